@@ -1,0 +1,57 @@
+#include "CallGuard.h"
+
+#include <exception>
+
+#include "Velmora/Exceptions.h"
+
+namespace Velmora {
+namespace Wrapper {
+
+UVA_STATUS StatusForErrorType(const LogSite& site, int errorType) {
+    switch (errorType) {
+        case ExceptionBase::GenericError:
+            return UVA_STATUS_ERROR;
+        case ExceptionBase::NotSupported:
+        case ExceptionBase::NotImplemented:
+            return UVA_STATUS_ERROR_2;
+        case ExceptionBase::InvalidState:
+            return UVA_STATUS_ERROR_3;
+        default:
+            VELMORA_LOG(site, 5) << "Unknown error type caught: " << errorType;
+            return UVA_STATUS_ERROR;
+    }
+}
+
+UVA_STATUS ReportCurrentException(const CallPolicy& policy, bool mapErrorType) noexcept {
+    const LogSite& site = *policy.site;
+    UVA_STATUS status = UVA_STATUS_ERROR;
+    try {
+        try {
+            throw;
+        } catch (const ExceptionBase& failure) {
+            const int errorType = failure.GetErrorType();
+            VELMORA_LOG(site, policy.exceptionBaseLevel) << "Exception type " << errorType << ": " << failure.What();
+            if (mapErrorType) {
+                status = StatusForErrorType(site, errorType);
+            }
+        } catch (const std::exception& failure) {
+            VELMORA_LOG(site, 5) << policy.name << policy.failureSentence << failure.what();
+        } catch (...) {
+            VELMORA_LOG(site, 5) << policy.unknownText;
+        }
+    } catch (...) {
+        // Not even the log line could be built (no memory); the browser still gets its answer.
+    }
+    return status;
+}
+
+void ReportTeardownFailure(const LogSite& site, const char* text) noexcept {
+    try {
+        VELMORA_LOG(site, 5) << text;
+    } catch (...) {
+        // No memory for the line; teardown goes on.
+    }
+}
+
+}  // namespace Wrapper
+}  // namespace Velmora

@@ -1,0 +1,77 @@
+#pragma once
+// Keeps the media stack's threads out of a wrapper that is going away.
+//
+// Boost.Signals2 may still run a slot after disconnect() returned, when the signal was raised on
+// another thread at the same moment. Every slot a wrapper hands to the media stack is therefore bound
+// through the wrapper's gate:
+//  - once Close() has begun, no slot of the gate starts;
+//  - Close() returns only when the slots running on other threads have returned;
+//  - a slot running on the closing thread itself is not waited for, so a wrapper can be released from
+//    inside its own slot without a deadlock; Own() then postpones the delete until that slot returns,
+//    so the slot never runs on freed memory.
+// Every wrapper closes its gate first in its destructor.
+
+#include <boost/function.hpp>
+#include <boost/shared_ptr.hpp>
+#include <functional>
+#include <utility>
+
+namespace Velmora {
+namespace Wrapper {
+
+class SlotGate {
+public:
+    SlotGate();
+    ~SlotGate();
+    SlotGate(const SlotGate&) = delete;
+    SlotGate& operator=(const SlotGate&) = delete;
+
+    // A slot that calls owner->handler(args...) while the gate is open, and does nothing afterwards.
+    template <typename Owner, typename... Args>
+    boost::function<void(Args...)> Bind(void (Owner::*handler)(Args...), Owner* owner) const {
+        const boost::shared_ptr<State> state = state_;
+        return [state, handler, owner](Args... args) {
+            const Passage passage(state);
+            if (passage.Admitted()) {
+                (owner->*handler)(static_cast<Args&&>(args)...);
+            }
+        };
+    }
+
+    // Idempotent. Must not be called while holding anything a slot of this gate waits for.
+    void Close() noexcept;
+
+    // Holds `object` so that its last release closes `gate` (waiting for slots on other threads) and
+    // deletes it, or, when that release happens inside one of the gate's slots, deletes it as soon as
+    // that slot returns.
+    template <typename Base, typename Object>
+    static boost::shared_ptr<Base> Own(Object* object, const SlotGate& gate) {
+        const boost::shared_ptr<State> state = gate.state_;
+        return boost::shared_ptr<Base>(object, [state](Base* held) {
+            CloseAndDelete(*state, [held] { delete held; });
+        });
+    }
+
+private:
+    class State;
+
+    static void CloseAndDelete(State& state, std::function<void()> deleteObject) noexcept;
+
+    class Passage {
+    public:
+        explicit Passage(boost::shared_ptr<State> state);
+        ~Passage();
+        Passage(const Passage&) = delete;
+        Passage& operator=(const Passage&) = delete;
+        bool Admitted() const { return admitted_; }
+
+    private:
+        boost::shared_ptr<State> state_;
+        bool admitted_;
+    };
+
+    boost::shared_ptr<State> state_;
+};
+
+}  // namespace Wrapper
+}  // namespace Velmora
