@@ -1,0 +1,105 @@
+#include <gmock/gmock.h>
+
+#include <sstream>
+#include <string>
+
+#include "AvComponentWrapper.h"
+#include "Support/LiveObjects.h"
+#include "Support/MediaStackMocks.h"
+
+namespace {
+
+using ::testing::_;
+using ::testing::ElementsAre;
+using ::testing::NiceMock;
+using Velmora::AvComponentDescription;
+using Velmora::Wrapper::AvComponentWrapper;
+using VelmoraTest::LogLine;
+
+std::string Address(const void* pointer) {
+    std::ostringstream text;
+    text << pointer;
+    return text.str();
+}
+
+class AvComponentWrapperTest : public VelmoraTest::LiveObjectsTest {
+protected:
+    // Hands the component back through the browser's protocol, as a removal does.
+    static void Retire(AvComponentWrapper* wrapper) { wrapper->BackendMarkUnused(); }
+
+    NiceMock<VelmoraTest::MockAvComponent> component{"spa", 2};
+};
+
+TEST_F(AvComponentWrapperTest, CopiesTheDescriptionAndDuplicatesEveryText) {
+    component.componentTag = 3;
+    component.aspectRatio = 1.5;
+    component.pid = 0x101;
+    component.audioChannels = 6;
+    component.encrypted = true;
+    component.audioDescription = 1;
+    component.hearingImpaired = 1;
+    component.index = 9;
+    component.SetText(&AvComponentDescription::encoding, "ac3");
+    component.SetText(&AvComponentDescription::label, "Spanish");
+    component.SetText(&AvComponentDescription::role, "main");
+    component.SetText(&AvComponentDescription::id, "a1");
+    auto* wrapper = new AvComponentWrapper(&component);
+
+    EXPECT_EQ(wrapper->type, 2);
+    EXPECT_EQ(wrapper->componentTag, 3);
+    EXPECT_EQ(wrapper->aspectRatio, 1.5);
+    EXPECT_EQ(wrapper->pid, 0x101);
+    EXPECT_EQ(wrapper->audioChannels, 6);
+    EXPECT_TRUE(wrapper->encrypted);
+    EXPECT_EQ(wrapper->audioDescription, 1);
+    EXPECT_EQ(wrapper->hearingImpaired, 1);
+    EXPECT_EQ(wrapper->index, 9);
+    const std::pair<const char*, const char*> texts[] = {{wrapper->encoding, component.encoding},
+                                                          {wrapper->language, component.language},
+                                                          {wrapper->label, component.label},
+                                                          {wrapper->role, component.role},
+                                                          {wrapper->id, component.id}};
+    for (const auto& [copy, original] : texts) {
+        EXPECT_NE(copy, original) << "texts are never shared";
+        EXPECT_STREQ(copy, original);
+    }
+    EXPECT_EQ(wrapper->state, 0);
+    Retire(wrapper);
+}
+
+TEST_F(AvComponentWrapperTest, NullTextsStayNull) {
+    component.SetText(&AvComponentDescription::language, nullptr);
+    auto* wrapper = new AvComponentWrapper(&component);
+    EXPECT_EQ(wrapper->language, nullptr);
+    EXPECT_EQ(wrapper->encoding, nullptr);
+    Retire(wrapper);
+}
+
+TEST_F(AvComponentWrapperTest, FollowsTheStateSignalAndIsClearedBeforeTheBrowserIsTold) {
+    auto* wrapper = new AvComponentWrapper(&component);
+    component.SetActive(true);
+    EXPECT_EQ(wrapper->state, 1);
+    component.SetActive(false);
+    EXPECT_EQ(wrapper->state, 0);
+    component.SetActive(true);
+    wrapper->preventDestruction();  // an event still names it, so it survives the marking
+    wrapper->BackendMarkUnused();
+    EXPECT_EQ(wrapper->state, 0);
+    wrapper->stopPreventingDestruction();
+}
+
+TEST_F(AvComponentWrapperTest, LogsTheBannersAndAfterDestructionStateChangesReachNothing) {
+    auto* wrapper = new AvComponentWrapper(&component);
+    const std::string address = Address(wrapper);
+    Retire(wrapper);
+    component.SetActive(true);  // must not touch the deleted wrapper
+    EXPECT_EQ(component.state.num_slots(), 0u);
+    EXPECT_THAT(
+        log.Records("Velmora::AV"),
+        ElementsAre(
+            LogLine(2, "AvComponentWrapper________CREATED!__________________________________________________________________" + address),
+            LogLine(2, "BackendMarkUnused" + address),
+            LogLine(2, "~AvComponentWrapper____________________________________________________DELETED______________________" + address)));
+}
+
+}  // namespace
