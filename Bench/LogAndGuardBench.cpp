@@ -1,0 +1,40 @@
+// What a trace statement costs when its level is off, and what the call guard adds to a call that
+// succeeds: the two things every browser call pays.
+
+#include <benchmark/benchmark.h>
+
+#include "CallGuard.h"
+#include "Log.h"
+
+namespace {
+
+using Velmora::Wrapper::CallPolicy;
+using Velmora::Wrapper::Guarded;
+using Velmora::Wrapper::LogFileName;
+using Velmora::Wrapper::LogSite;
+
+const LogSite kSite(LogFileName{"Velmora::Bench", "Bench/LogAndGuardBench"}, __LINE__);
+const CallPolicy kPolicy{&kSite, "bench", "virtual function from IMediaBackend failed: "};
+
+void DisabledTraceStatement(benchmark::State& state) {
+    Tlog::SetThreshold("Velmora::Bench", 5);
+    int value = 0;
+    for (auto _ : state) {
+        VELMORA_LOG(kSite, 2) << "getNativeSize" << "; " << value << "; " << value << "; ";
+        benchmark::DoNotOptimize(++value);
+    }
+}
+BENCHMARK(DisabledTraceStatement);
+
+void GuardedSuccessfulCall(benchmark::State& state) {
+    int calls = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(Guarded(kPolicy, [&] {
+            benchmark::DoNotOptimize(++calls);
+            return UVA_STATUS_OK;
+        }));
+    }
+}
+BENCHMARK(GuardedSuccessfulCall);
+
+}  // namespace

@@ -1,0 +1,126 @@
+#include <gmock/gmock.h>
+
+#include <vector>
+
+#include "EntryPoints.h"
+#include "Support/LogCapture.h"
+#include "Uva/UVABackendLibrary.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Velmora::Callbacks;
+using Velmora::SetCallbacks;
+
+UVABackend* const kBackend = reinterpret_cast<UVABackend*>(0x1000);
+UVADRMBackend* const kDrmBackend = reinterpret_cast<UVADRMBackend*>(0x2000);
+UVAClient* const kClient = reinterpret_cast<UVAClient*>(0x3000);
+UVADRMClient* const kDrmClient = reinterpret_cast<UVADRMClient*>(0x4000);
+
+// Starts every test from the table as the library has it at load time, and puts the table back after.
+class EntryPointsTest : public ::testing::Test {
+protected:
+    EntryPointsTest() : saved_(Velmora::uvaCallbacks) { SetCallbacks(Callbacks{}); }
+    ~EntryPointsTest() override { SetCallbacks(saved_); }
+
+    // A table whose members record their arguments and answer fixed values.
+    Callbacks RecordingTable() {
+        Callbacks table;
+        table.requestBackend = [this](UVABackend::UVABackendType type, UVAClient* client) {
+            calls.push_back("request " + std::to_string(type) + (client == kClient ? " client" : " other"));
+            return kBackend;
+        };
+        table.releaseBackend = [this](UVABackend* backend) {
+            calls.push_back(backend == kBackend ? "release backend" : "release other");
+            return UVA_STATUS_ERROR_3;
+        };
+        table.requestDrmBackend = [this](const char* id, UVADRMClient* client) {
+            calls.push_back(std::string("drm request ") + id + (client == kDrmClient ? " client" : " other"));
+            return kDrmBackend;
+        };
+        table.releaseDrmBackend = [this](UVADRMBackend* backend) {
+            calls.push_back(backend == kDrmBackend ? "drm release backend" : "drm release other");
+            return UVA_STATUS_OK;
+        };
+        table.getSupportedBackendIDs = [this](const char**&) {
+            calls.push_back("ids");
+            return UVA_STATUS_ERROR_2;
+        };
+        return table;
+    }
+
+    void CallAll() {
+        results.clear();
+        results.push_back(UVA_RequestBackend(UVABackend::TYPE_VIDEO_BROADCAST, kClient) == kBackend);
+        results.push_back(UVA_ReleaseBackend(kBackend));
+        results.push_back(UVADRM_RequestBackend("org.w3.clearkey", kDrmClient) == kDrmBackend);
+        results.push_back(UVADRM_ReleaseBackend(kDrmBackend));
+    }
+
+    VelmoraTest::LogCapture log;
+    std::vector<std::string> calls;
+    std::vector<int> results;
+
+private:
+    Callbacks saved_;
+};
+
+TEST_F(EntryPointsTest, WithoutATableRequestsAnswerNullAndReleasesZeroSilently) {
+    EXPECT_EQ(UVA_RequestBackend(UVABackend::TYPE_MEDIA, kClient), nullptr);
+    EXPECT_EQ(UVA_ReleaseBackend(kBackend), UVA_STATUS_ERROR);
+    EXPECT_EQ(UVA_ReleaseBackend(nullptr), UVA_STATUS_ERROR);
+    EXPECT_EQ(UVADRM_RequestBackend("org.w3.clearkey", kDrmClient), nullptr);
+    EXPECT_EQ(UVADRM_ReleaseBackend(kDrmBackend), UVA_STATUS_ERROR);
+    EXPECT_THAT(log.Records(), IsEmpty());
+}
+
+TEST_F(EntryPointsTest, SupportedKeySystemsAreAnsweredWithoutTheTable) {
+    SetCallbacks(RecordingTable());
+    const char** ids = nullptr;
+    ASSERT_EQ(UVADRM_GetSupportedBackendIDs(ids), UVA_STATUS_OK);
+    ASSERT_NE(ids, nullptr);
+    EXPECT_STREQ(ids[0], "com.youtube.playready");
+    EXPECT_STREQ(ids[1], "urn:dvb:casystemid:19219");
+    EXPECT_STREQ(ids[2], "org.w3.clearkey");
+    EXPECT_STREQ(ids[3], "webkit-org.w3.clearkey");
+    EXPECT_EQ(ids[4], nullptr);
+    delete[] ids;
+    EXPECT_THAT(calls, IsEmpty());
+}
+
+TEST_F(EntryPointsTest, InstalledTableReceivesArgumentsUnchangedAndAnswersThroughTheEntryPoints) {
+    SetCallbacks(RecordingTable());
+    CallAll();
+    EXPECT_THAT(calls, ElementsAre("request 2 client", "release backend", "drm request org.w3.clearkey client",
+                                   "drm release backend"));
+    EXPECT_THAT(results, ElementsAre(1, UVA_STATUS_ERROR_3, 1, UVA_STATUS_OK));
+}
+
+TEST_F(EntryPointsTest, EmptyMemberSilencesOnlyItsEntryPoint) {
+    Callbacks table = RecordingTable();
+    table.releaseBackend.clear();
+    SetCallbacks(table);
+    CallAll();
+    EXPECT_THAT(calls, ElementsAre("request 2 client", "drm request org.w3.clearkey client", "drm release backend"));
+    EXPECT_THAT(results, ElementsAre(1, UVA_STATUS_ERROR, 1, UVA_STATUS_OK));
+}
+
+TEST_F(EntryPointsTest, AssigningTheTableToItselfLeavesItUnchanged) {
+    SetCallbacks(RecordingTable());
+    SetCallbacks(Velmora::uvaCallbacks);
+    CallAll();
+    EXPECT_THAT(results, ElementsAre(1, UVA_STATUS_ERROR_3, 1, UVA_STATUS_OK));
+}
+
+TEST_F(EntryPointsTest, ALaterTableReplacesTheEarlierOne) {
+    SetCallbacks(RecordingTable());
+    Callbacks second;
+    second.releaseBackend = [](UVABackend*) { return UVA_STATUS_ERROR_2; };
+    SetCallbacks(second);
+    CallAll();
+    EXPECT_THAT(calls, IsEmpty());
+    EXPECT_THAT(results, ElementsAre(0, UVA_STATUS_ERROR_2, 0, UVA_STATUS_ERROR));
+}
+
+}  // namespace
