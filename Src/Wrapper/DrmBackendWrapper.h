@@ -17,7 +17,8 @@ namespace Wrapper {
 
 class DrmBackendWrapper : public UVADRMBackend {
 public:
-    // Follows the back-end's DRM events only when `client` is set: without a client events go nowhere.
+    // `impl` is never null. The back-end's DRM events are followed only when `client` is set: without a
+    // client they go nowhere.
     DrmBackendWrapper(boost::shared_ptr<IDrmBackend> impl, UVADRMClient* client);
     ~DrmBackendWrapper() override;
 
