@@ -180,7 +180,7 @@ TEST_F(DrmBackendWrapperTest, UnknownTypesAreLoggedAndAMismatchedClassIsNeverRea
 
 TEST_F(DrmBackendWrapperTest, ByteBlocksReachTheBackendAsExactCopiesThatOutliveTheBrowsersBuffers) {
     auto* key = new unsigned char[4]{'k', '1', 0, 'x'};
-    auto* initData = new unsigned char[2]{'a', 'b'};
+    auto* initData = new unsigned char[3]{'a', 'b', 0};  // the trace line reads up to the zero
     EXPECT_EQ(wrapper->addKey(key, 4, initData, 2, nullptr), UVA_STATUS_OK);
     EXPECT_EQ(wrapper->addKeyReleaseCommit(nullptr, 0, "s9"), UVA_STATUS_OK);
     delete[] key;
