@@ -1,0 +1,453 @@
+#include "VideoBroadcastBackendWrapper.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "AvComponentWrapper.h"
+#include "Log.h"
+#include "Utilities.h"
+#include "Velmora/Exceptions.h"
+
+namespace Velmora {
+namespace Wrapper {
+
+namespace {
+
+using Utilities::DuplicateText;
+using Utilities::MakeVideoRect;
+using Utilities::TextOrEmpty;
+// The browser's component event (the media stack has its own of the same name).
+using BrowserChange = ::ComponentChangedEvent;
+
+const LogSite kLog(kBroadcastLogFile, __LINE__);
+
+constexpr const char* kClientNotSet = "VideoBroadcastBackendWrapper Client is not set!";
+constexpr const char* kCastFailed = "Exception occurred while performing IVideoBroadcastBackend cast.";
+constexpr const char* kCallFailed = "virtual function from IVideoBroadcastBackend failed: ";
+constexpr const char* kVolumeCallFailed = "Impl functiond failed: ";  // sic: the volume call's own wording
+constexpr const char* kNoSpeeds = "No speeds defined in backend.";
+constexpr const char* kNoMemory = "Memory allocation error.";
+
+constexpr const char* kSelectName = "selectComponent";
+constexpr const char* kUnselectName = "unselectComponent";
+// Both operations say "select" for a null component, but word the unknown component differently.
+constexpr const char* kNullComponent = " Uva attempts to select nullpointer AVComponent id.";
+constexpr const char* kSelectUnknown = " Uva attempts to select non-existing AVComponent id.";
+constexpr const char* kUnselectUnknown = " Uva attempts to select invalid AVComponent id.";
+constexpr const char* kComponentCastFailed =
+    "Exception occurred while performing cast from '::UVABackend::AVComponent*' to 'AvComponentWrapper*'";
+constexpr const char* kSelected = "Select component: ";
+
+constexpr const char* kEventCastFailed = "Dynamic cast of Velmora::BackendEventPtr failed.";
+constexpr const char* kUnknownAction = "Unknown ComponentChangedEvent action!";
+constexpr const char* kNotHandled = "VideoBroadcastBackendEvent not handled. Event ID: ";
+constexpr const char* kNoClient = "VideoBroadcastBackendEvent Event cannot be sent since client is not set!";
+constexpr const char* kRemoving = "Component to be REMOVED: ";
+
+// The broadcast failure lines carry no operation name.
+const CallPolicy kCall{&kLog, "", kCallFailed};
+// The media stack's refusals of time-shift, recording and speed operations are traced, not reported.
+const CallPolicy kTimeShiftCall{&kLog, "", kCallFailed, 2};
+const CallPolicy kVolumeCall{&kLog, "", kVolumeCallFailed};
+
+// The whole part of `position` (toward zero), of which only the low 32 bits travel; not a number gives 0.
+std::int32_t WholeLow32(double position) {
+    constexpr double kWord = 4294967296.0;
+    if (!std::isfinite(position)) {
+        return 0;
+    }
+    double low = std::fmod(std::trunc(position), kWord);  // exact for every double
+    if (low < 0) {
+        low += kWord;
+    }
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(low));
+}
+
+template <typename Event>
+const Event& As(const BackendEvent& event) {
+    const auto* concrete = dynamic_cast<const Event*>(&event);
+    if (concrete == nullptr) {
+        throw GenericErrorException(kEventCastFailed);
+    }
+    return *concrete;
+}
+
+template <typename BrowserEvent, typename Event>
+std::unique_ptr<UVAEvent> CopyRating(const BackendEvent& event) {
+    const auto& source = As<Event>(event);
+    auto rating = std::make_unique<BrowserEvent>();
+    rating->contentId = DuplicateText(source.contentId);
+    rating->rating = source.rating;
+    rating->drmSystemId = DuplicateText(source.drmSystemId);
+    return rating;
+}
+
+// The browser's event for a code from ParentalRatingError to SubtitlesChanged.
+std::unique_ptr<UVAEvent> Translate(const BackendEvent& event) {
+    switch (event.type) {
+        case BackendEvent::ParentalRatingError:
+            return CopyRating<::ParentalRatingErrorEvent, Velmora::ParentalRatingErrorEvent>(event);
+        case BackendEvent::ParentalRatingChange:
+            return CopyRating<::ParentalRatingChangeEvent, Velmora::ParentalRatingChangeEvent>(event);
+        case BackendEvent::BroadcastPlaystateChange: {
+            const auto& source = As<Velmora::BroadcastPlaystateChangeEvent>(event);
+            auto change = std::make_unique<::BroadcastPlaystateChangeEvent>();
+            change->state = source.state;
+            change->error = source.error;
+            return change;
+        }
+        case BackendEvent::ChannelChangeError: {
+            const auto& source = As<Velmora::ChannelChangeErrorEvent>(event);
+            auto failure = std::make_unique<::ChannelChangeErrorEvent>();
+            failure->channel = source.channel;
+            failure->errorState = source.errorState;
+            return failure;
+        }
+        case BackendEvent::ChannelChangeSucceeded: {
+            const auto& source = As<Velmora::ChannelChangeSucceededEvent>(event);
+            auto success = std::make_unique<::ChannelChangeSucceededEvent>();
+            success->channel = source.channel;
+            return success;
+        }
+        case BackendEvent::RecordingError: {
+            const auto& source = As<Velmora::RecordingErrorEvent>(event);
+            auto failure = std::make_unique<::RecordingErrorEvent>();
+            failure->error = source.error;
+            failure->recordingId = DuplicateText(source.recordingId);
+            return failure;
+        }
+        case BackendEvent::RecordingStateChange: {
+            const auto& source = As<Velmora::RecordingStateChangeEvent>(event);
+            auto change = std::make_unique<::RecordingStateChangeEvent>();
+            change->state = source.state;
+            change->recordingId = DuplicateText(source.recordingId);
+            return change;
+        }
+        case BackendEvent::SubtitlesChanged: {
+            const auto& source = As<Velmora::SubtitlesChangedEvent>(event);
+            auto change = std::make_unique<::SubtitlesChangedEvent>();
+            change->language = DuplicateText(source.language);
+            return change;
+        }
+        default: {
+            // Programmes changed and the buffering events carry nothing the browser reads here; the
+            // stream underrun's buffer level is deliberately not passed on by broadcast.
+            UVAEvent::Type code = UVAEvent::RESOURCE_REVOKED;
+            Utilities::ToBrowserEventType(event.type, code);
+            return std::make_unique<UVAEvent>(code);
+        }
+    }
+}
+
+// Makes `changed` name `component`: the component cannot be destroyed until the browser has dropped
+// the event.
+std::unique_ptr<UVAEvent> Naming(std::unique_ptr<BrowserChange> changed, UVABackend::AVComponent* component,
+                                 BrowserChange::Action action) noexcept {
+    changed->action = action;
+    component->preventDestruction();
+    changed->component = component;
+    return changed;
+}
+
+// Hands a component wrapper that never reached the browser back to the browser's protocol, which deletes it.
+struct Unused {
+    void operator()(AvComponentWrapper* component) const { component->backendMarkUnused(); }
+};
+
+}  // namespace
+
+VideoBroadcastBackendWrapper::VideoBroadcastBackendWrapper(boost::shared_ptr<IBackend> backend,
+                                                           UVAClient* browserClient)
+    : impl(std::move(backend)) {
+    if (browserClient == nullptr) {
+        VELMORA_LOG(kLog, 5) << kClientNotSet;
+        return;
+    }
+    client = browserClient;
+    if (impl) {
+        connection = impl->ConnectEvent(gate.Bind(&VideoBroadcastBackendWrapper::VideoBroadcastBackendEvent, this));
+    }
+}
+
+// After the gate, the members go in reverse order: the connection is cut before the back-end is
+// dropped. The component wrappers stay alive: the browser's protocol decides when they go.
+VideoBroadcastBackendWrapper::~VideoBroadcastBackendWrapper() { gate.Close(); }
+
+boost::shared_ptr<IBackend> VideoBroadcastBackendWrapper::GetVideoBroadcastBackendImpl() { return impl; }
+
+IVideoBroadcastBackend& VideoBroadcastBackendWrapper::Broadcast() const {
+    auto* const backend = dynamic_cast<IVideoBroadcastBackend*>(impl.get());
+    if (backend == nullptr) {
+        throw GenericErrorException(kCastFailed);
+    }
+    return *backend;
+}
+
+template <typename Call>
+UVA_STATUS VideoBroadcastBackendWrapper::Forward(const CallPolicy& policy, Call&& call) const {
+    return Guarded(policy, [&] {
+        IVideoBroadcastBackend& backend = Broadcast();
+        if constexpr (std::is_same<decltype(call(backend)), bool>::value) {
+            return StatusOf(call(backend));
+        } else {
+            call(backend);
+            return UVA_STATUS_OK;
+        }
+    });
+}
+
+template <typename Value, typename BrowserValue>
+UVA_STATUS VideoBroadcastBackendWrapper::Read(const CallPolicy& policy, void (IVideoBroadcastBackend::*read)(Value&),
+                                              BrowserValue& out) const {
+    return Forward(policy, [&](IVideoBroadcastBackend& backend) {
+        Value value{};
+        (backend.*read)(value);
+        out = static_cast<BrowserValue>(value);
+    });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::initBackend(const char* id) {
+    return Forward(kCall, [&](auto& backend) { backend.InitBackend(TextOrEmpty(id)); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::release() {
+    return Forward(kCall, [](auto& backend) { backend.Release(); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::setVideoWindow(int x, int y, int width, int height) {
+    return Forward(kCall, [&](auto& backend) { return backend.SetVideoWindow(MakeVideoRect(x, y, width, height)); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::setClipRect(int x, int y, int width, int height) {
+    return Forward(kCall, [&](auto& backend) { return backend.SetClipRect(MakeVideoRect(x, y, width, height)); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::setFullScreen(bool fullScreen) {
+    return Forward(kCall, [&](auto& backend) { backend.SetFullScreen(fullScreen); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::setVisibility(bool visible, bool unmute) {
+    return Forward(kCall, [&](auto& backend) { backend.SetVisibility(visible, unmute); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::setVolume(double volume) {
+    return Forward(kVolumeCall, [&](auto& backend) { backend.SetVolume(volume); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::nextChannel() {
+    return Forward(kCall, [](auto& backend) { backend.NextChannel(); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::previousChannel() {
+    return Forward(kCall, [](auto& backend) { backend.PreviousChannel(); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::stop() {
+    return Forward(kCall, [](auto& backend) { backend.Stop(); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::getPlayState(PlayState& state) {
+    return Read(kCall, &IVideoBroadcastBackend::GetPlayState, state);
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::onListenerChanged(const char* listener) {
+    return Forward(kCall, [&](auto& backend) { backend.OnListenerChanged(TextOrEmpty(listener)); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::getCurrentChannel(void*& channel) {
+    // The media stack keeps the current channel alive; the browser gets the bare pointer and this
+    // wrapper keeps no share of it.
+    return Forward(kCall, [&](auto& backend) { channel = backend.GetCurrentChannel().get(); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::setChannel(void* channel, bool trickplay, bool keepRecording,
+                                                    const char* contentAccess, bool quiet, bool offsetReset) {
+    return Forward(kCall, [&](auto& backend) {
+        backend.SetChannel(channel, trickplay, keepRecording, TextOrEmpty(contentAccess), quiet, offsetReset);
+    });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::bindToCurrentChannel() {
+    return Forward(kCall, [](auto& backend) { backend.BindToCurrentChannel(); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::getPlaybackOffset(double& offset) {
+    return Read(kTimeShiftCall, &IVideoBroadcastBackend::GetPlaybackOffset, offset);
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::getMaxOffset(double& offset) {
+    return Read(kTimeShiftCall, &IVideoBroadcastBackend::GetMaxOffset, offset);
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::getPlaybackSpeeds(double*& speeds, unsigned int& count) {
+    return Forward(kTimeShiftCall, [&](auto& backend) {
+        std::vector<double> offered;
+        backend.GetPlaybackSpeeds(offered);
+        if (offered.empty()) {
+            throw GenericErrorException(kNoSpeeds);
+        }
+        // Sized by the capacity the caller passes in `count`, not by the list: the browser allocates
+        // its reading for that capacity.
+        double* const array = new (std::nothrow) double[count]();
+        if (array == nullptr) {
+            throw GenericErrorException(kNoMemory);
+        }
+        // Never written past that capacity, even when the media stack offers more.
+        std::copy_n(offered.begin(), std::min<std::size_t>(count, offered.size()), array);
+        speeds = array;
+        count = static_cast<unsigned int>(offered.size());
+    });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::recordNow(double, char*&) {
+    // The media stack records with its own duration and gives no identifier: the browser's text is
+    // left as it is.
+    return Forward(kTimeShiftCall, [](auto& backend) { return backend.RecordNow(); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::stopRecording() {
+    return Forward(kTimeShiftCall, [](auto& backend) { return backend.StopRecording(); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::pause() {
+    return Forward(kTimeShiftCall, [](auto& backend) { backend.Pause(); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::resume() {
+    return Forward(kTimeShiftCall, [](auto& backend) { backend.Resume(); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::setPlaybackSpeed(double speed) {
+    return Forward(kTimeShiftCall, [&](auto& backend) { backend.SetPlaybackSpeed(speed); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::setPosition(double position, PositionReference reference) {
+    return Forward(kTimeShiftCall, [&](auto& backend) { backend.SetPosition(WholeLow32(position), reference); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::stopTimeShift() {
+    return Forward(kTimeShiftCall, [](auto& backend) { backend.StopTimeShift(); });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::getRecordingState(RecordingState& state) {
+    return Read(kTimeShiftCall, &IVideoBroadcastBackend::GetRecordingState, state);
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::getPosition(double& position) {
+    return Read(kTimeShiftCall, &IVideoBroadcastBackend::GetPosition, position);
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::getPlaybackSpeed(double& speed) {
+    return Forward(kTimeShiftCall, [&](auto& backend) { backend.GetPlaybackSpeed(speed); });
+}
+
+template <typename Apply>
+UVA_STATUS VideoBroadcastBackendWrapper::ChangeSelection(const char* name, const char* refusal, AVComponent* component,
+                                                         Apply&& apply) const {
+    return Guarded(kCall, [&] {
+        IVideoBroadcastBackend& backend = Broadcast();
+        if (component == nullptr) {
+            VELMORA_LOG(kLog, 5) << name << kNullComponent;
+            return UVA_STATUS_ERROR;
+        }
+        const auto entry = components.find(component);
+        if (entry == components.end()) {
+            VELMORA_LOG(kLog, 5) << name << refusal;
+            return UVA_STATUS_ERROR;
+        }
+        const auto* const wrapper = dynamic_cast<const AvComponentWrapper*>(component);
+        if (wrapper == nullptr) {
+            throw GenericErrorException(kComponentCastFailed);
+        }
+        // Only a component the media stack reports active can be selected or unselected.
+        if (wrapper->state == 0) {
+            return UVA_STATUS_ERROR;
+        }
+        apply(backend, entry->second);
+        return UVA_STATUS_OK;
+    });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::selectComponent(AVComponent* component) {
+    return ChangeSelection(kSelectName, kSelectUnknown, component, [](auto& backend, IAvComponent* chosen) {
+        backend.SelectComponent(chosen);
+        VELMORA_LOG(kLog, 2) << kSelected << static_cast<const void*>(chosen);
+    });
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::unselectComponent(AVComponent* component) {
+    return ChangeSelection(kUnselectName, kUnselectUnknown, component,
+                           [](auto& backend, IAvComponent* chosen) { backend.UnselectComponent(chosen); });
+}
+
+void VideoBroadcastBackendWrapper::VideoBroadcastBackendEvent(boost::shared_ptr<BackendEvent> event) {
+    const BackendEvent::EventType type = event->type;
+    if (type < BackendEvent::ParentalRatingError || type > BackendEvent::ComponentChanged) {
+        VELMORA_LOG(kLog, 5) << kNotHandled << Utilities::ConvertEventIdToString(type);
+        return;
+    }
+    if (type == BackendEvent::ComponentChanged) {
+        OnComponentChanged(As<Velmora::ComponentChangedEvent>(*event));
+    } else {
+        Deliver(Translate(*event));
+    }
+}
+
+// The browser sees a component only once it is registered and protected by the event that names it,
+// and is told of a removal before the component is marked unused and forgotten.
+void VideoBroadcastBackendWrapper::OnComponentChanged(const Velmora::ComponentChangedEvent& event) {
+    switch (event.action) {
+        case Velmora::ComponentChangedEvent::Added: {
+            // Everything that can fail comes first, so a failure leaves neither a wrapper nor an entry.
+            auto changed = std::make_unique<BrowserChange>();
+            std::unique_ptr<AvComponentWrapper, Unused> added(new AvComponentWrapper(event.component));
+            components[added.get()] = event.component;  // a repeated key takes the newest component
+            Deliver(Naming(std::move(changed), added.release(), BrowserChange::ADDED));
+            return;
+        }
+        case Velmora::ComponentChangedEvent::Changed: {
+            const auto entry = FindWrapperOf(event.component);
+            if (entry != components.end()) {
+                Deliver(Naming(std::make_unique<BrowserChange>(), entry->first, BrowserChange::CHANGED));
+            }
+            return;
+        }
+        case Velmora::ComponentChangedEvent::Removed: {
+            const auto entry = FindWrapperOf(event.component);
+            if (entry == components.end()) {
+                return;
+            }
+            VELMORA_LOG(kLog, 2) << kRemoving << static_cast<const void*>(entry->first);
+            Deliver(Naming(std::make_unique<BrowserChange>(), entry->first, BrowserChange::REMOVED));
+            static_cast<AvComponentWrapper*>(entry->first)->BackendMarkUnused();
+            components.erase(entry);
+            return;
+        }
+        default:
+            throw GenericErrorException(kUnknownAction);
+    }
+}
+
+VideoBroadcastBackendWrapper::ComponentMap::iterator VideoBroadcastBackendWrapper::FindWrapperOf(
+    const IAvComponent* component) {
+    return std::find_if(components.begin(), components.end(),
+                        [component](const ComponentMap::value_type& entry) { return entry.second == component; });
+}
+
+void VideoBroadcastBackendWrapper::Deliver(std::unique_ptr<UVAEvent> event) {
+    if (client == nullptr) {
+        event.reset();
+        VELMORA_LOG(kLog, 5) << kNoClient;
+        return;
+    }
+    client->handleEvent(event.release());
+}
+
+}  // namespace Wrapper
+}  // namespace Velmora

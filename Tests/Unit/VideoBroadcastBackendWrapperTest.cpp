@@ -1,0 +1,412 @@
+#include <gmock/gmock.h>
+
+#include <boost/core/demangle.hpp>
+#include <boost/make_shared.hpp>
+#include <functional>
+#include <memory>
+#include <new>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <tuple>
+#include <typeinfo>
+#include <utility>
+#include <vector>
+
+#include "AvComponentWrapper.h"
+#include "Support/LiveObjects.h"
+#include "Support/MediaStackMocks.h"
+#include "Support/RecordingClients.h"
+#include "VideoBroadcastBackendWrapper.h"
+#include "Velmora/Exceptions.h"
+
+namespace {
+thread_local bool failNextNothrowArray = false;
+}  // namespace
+
+// Lets a test fail the next non-throwing array allocation; otherwise the usual allocation.
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    if (std::exchange(failNextNothrowArray, false)) {
+        return nullptr;
+    }
+    try {
+        return ::operator new[](size);
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+namespace {
+
+using ::testing::_;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::IsEmpty;
+using ::testing::ValuesIn;
+using Velmora::BackendEvent;
+using Velmora::ExceptionBase;
+using VelmoraTest::LogLine;
+using M = ::testing::NiceMock<VelmoraTest::MockVideoBroadcastBackend>;
+using W = Velmora::Wrapper::VideoBroadcastBackendWrapper;
+using Hook = std::function<void()>;  // runs first inside the media stack's operation; a failing one throws
+using Lines = std::vector<::testing::Matcher<Tlog::Record>>;
+using Component = UVABackend::AVComponent;
+namespace V = Velmora;
+
+constexpr auto kAdded = V::ComponentChangedEvent::Added;
+constexpr auto kRemoved = V::ComponentChangedEvent::Removed;
+constexpr auto kChanged = V::ComponentChangedEvent::Changed;
+const boost::shared_ptr<int> kChannel = boost::make_shared<int>(7);
+const auto kName = [](const auto& info) { return std::string(info.param.name); };
+
+std::string Address(const void* pointer) { return ::testing::PrintToString(pointer); }
+
+MATCHER_P4(Packed, a, b, c, d, "") { return arg.x == a && arg.y == b && arg.width == c && arg.height == d; }
+
+// Media stack answers: the hook runs first, then `value` is returned or stored into the out-parameter.
+template <typename T>
+auto Then(Hook hook, T value) { return [hook, value] { hook(); return value; }; }
+template <typename T>
+auto Store(Hook hook, T value) { return [hook, value](auto& out) { hook(); out = value; }; }
+
+// The out-parameter holds `expected` after a success and is untouched after a failure.
+template <typename T>
+UVA_STATUS Out(UVA_STATUS status, const T& value, const T& expected) {
+    EXPECT_EQ(value, status == UVA_STATUS_OK ? expected : T{});
+    return status;
+}
+
+// A browser call that reads one value.
+template <typename T>
+std::function<UVA_STATUS(W&)> Reads(UVA_STATUS (W::*read)(T&), T expected) {
+    return [read, expected](W& wrapper) {
+        T value{};
+        return Out((wrapper.*read)(value), value, expected);
+    };
+}
+
+UVA_STATUS Speeds(W& wrapper) {
+    double* speeds = nullptr;
+    unsigned int count = 3;
+    const UVA_STATUS status = wrapper.getPlaybackSpeeds(speeds, count);
+    const std::unique_ptr<double[]> owned(speeds);
+    return Out<std::vector<double>>(status, speeds ? std::vector<double>(speeds, speeds + count) : std::vector<double>{}, {-2, 1, 8});
+}
+
+struct Operation {
+    const char* name;
+    int level;  // of the media stack's own failures
+    std::function<void(M&, Hook)> expect;
+    std::function<UVA_STATUS(W&)> call;
+    UVA_STATUS status = UVA_STATUS_OK;
+    std::string failed = "virtual function from IVideoBroadcastBackend failed: ";
+};
+
+// The expected media stack call with its action, and the browser's call.
+#define MEDIA_STACK(call, action) [](M& m, Hook h) { EXPECT_CALL(m, call).WillOnce(action); }
+#define BROWSER(call) [](W& w) { return w.call; }
+
+const Operation kOperations[] = {
+    {"initBackend_null", 5, MEDIA_STACK(InitBackend(""), h), BROWSER(initBackend(nullptr))},
+    {"release", 5, MEDIA_STACK(Release(), h), BROWSER(release())},
+    {"setVideoWindow_crosswise", 5, MEDIA_STACK(SetVideoWindow(Packed(10, 20, 400, 300)), Then(h, false)),
+     BROWSER(setVideoWindow(10, 20, 300, 400)), UVA_STATUS_ERROR},
+    {"setClipRect_16_bits", 5, MEDIA_STACK(SetClipRect(Packed(4464, -1, 6, 5)), Then(h, true)), BROWSER(setClipRect(70000, -1, 5, 6))},
+    {"setFullScreen", 5, MEDIA_STACK(SetFullScreen(true), h), BROWSER(setFullScreen(true))},
+    {"setVisibility", 5, MEDIA_STACK(SetVisibility(true, false), h), BROWSER(setVisibility(true, false))},
+    {"setVolume", 5, MEDIA_STACK(SetVolume(0.25), h), BROWSER(setVolume(0.25)), UVA_STATUS_OK, "Impl functiond failed: "},
+    {"nextChannel", 5, MEDIA_STACK(NextChannel(), h), BROWSER(nextChannel())},
+    {"previousChannel", 5, MEDIA_STACK(PreviousChannel(), h), BROWSER(previousChannel())},
+    {"stop", 5, MEDIA_STACK(Stop(), h), BROWSER(stop())},
+    {"getPlayState", 5, MEDIA_STACK(GetPlayState(_), Store(h, 2)), Reads(&W::getPlayState, W::PLAY_STATE_PRESENTING)},
+    {"onListenerChanged", 5, MEDIA_STACK(OnListenerChanged("ui"), h), BROWSER(onListenerChanged("ui"))},
+    {"getCurrentChannel", 5, MEDIA_STACK(GetCurrentChannel(), [h] { h(); return kChannel; }),
+     Reads(&W::getCurrentChannel, static_cast<void*>(kChannel.get()))},
+    {"setChannel_null_text", 5, MEDIA_STACK(SetChannel(kChannel.get(), true, false, "", true, false), h),
+     BROWSER(setChannel(kChannel.get(), true, false, nullptr, true, false))},
+    {"bindToCurrentChannel", 5, MEDIA_STACK(BindToCurrentChannel(), h), BROWSER(bindToCurrentChannel())},
+    {"getPlaybackOffset_unsigned", 2, MEDIA_STACK(GetPlaybackOffset(_), Store(h, 4294967295u)), Reads(&W::getPlaybackOffset, 4294967295.0)},
+    {"getMaxOffset", 2, MEDIA_STACK(GetMaxOffset(_), Store(h, 3600u)), Reads(&W::getMaxOffset, 3600.0)},
+    {"getPlaybackSpeeds", 2, MEDIA_STACK(GetPlaybackSpeeds(_), Store(h, std::vector<double>{-2, 1, 8})), Speeds},
+    {"recordNow_writes_no_text", 2, MEDIA_STACK(RecordNow(), Then(h, true)),
+     [](W& w) { char* id = nullptr; return Out<char*>(w.recordNow(60.0, id), id, nullptr); }},
+    {"stopRecording", 2, MEDIA_STACK(StopRecording(), Then(h, false)), BROWSER(stopRecording()), UVA_STATUS_ERROR},
+    {"pause", 2, MEDIA_STACK(Pause(), h), BROWSER(pause())},
+    {"resume", 2, MEDIA_STACK(Resume(), h), BROWSER(resume())},
+    {"setPlaybackSpeed", 2, MEDIA_STACK(SetPlaybackSpeed(-2.0), h), BROWSER(setPlaybackSpeed(-2.0))},
+    {"setPosition_truncates", 2, MEDIA_STACK(SetPosition(12, W::POSITION_FROM_START), h), BROWSER(setPosition(12.9, W::POSITION_FROM_START))},
+    {"setPosition_toward_zero", 2, MEDIA_STACK(SetPosition(-1, W::POSITION_FROM_END), h), BROWSER(setPosition(-1.5, W::POSITION_FROM_END))},
+    {"setPosition_low_32_bits", 2, MEDIA_STACK(SetPosition(2, W::POSITION_FROM_CURRENT), h), BROWSER(setPosition(4294967298.7, W::POSITION_FROM_CURRENT))},
+    {"stopTimeShift", 2, MEDIA_STACK(StopTimeShift(), h), BROWSER(stopTimeShift())},
+    {"getRecordingState", 2, MEDIA_STACK(GetRecordingState(_), Store(h, 2)), Reads(&W::getRecordingState, W::RECORDING_STARTED)},
+    {"getPosition_unsigned", 2, MEDIA_STACK(GetPosition(_), Store(h, 4294967295u)), Reads(&W::getPosition, 4294967295.0)},
+    {"getPlaybackSpeed", 2, MEDIA_STACK(GetPlaybackSpeed(_), Store(h, 1.5)), Reads(&W::getPlaybackSpeed, 1.5)},
+};
+
+class BroadcastTest : public VelmoraTest::LiveObjectsTest {
+protected:
+    // Raises a component event; the component that the browser's event names (with the same action), if any.
+    Component* Announce(std::int32_t action) {
+        const std::size_t before = client.events.Count();
+        backend->Raise(new V::ComponentChangedEvent(&component, action));
+        const auto* changed = client.events.At<::ComponentChangedEvent>(before);
+        EXPECT_TRUE(changed == nullptr || changed->action == action);
+        return changed == nullptr ? nullptr : changed->component;
+    }
+
+    boost::shared_ptr<M> backend = boost::make_shared<M>();
+    ::testing::NiceMock<VelmoraTest::MockAvComponent> component;
+    VelmoraTest::RecordingClient client;
+    std::unique_ptr<W> wrapper = std::make_unique<W>(backend, &client);
+};
+
+class ForwardingTest : public BroadcastTest, public ::testing::WithParamInterface<Operation> {};
+
+TEST_P(ForwardingTest, CallsTheMediaStackWithConvertedArgumentsAndAnswers) {
+    GetParam().expect(*backend, [] {});
+    EXPECT_EQ(GetParam().call(*wrapper), GetParam().status);
+    EXPECT_EQ(kChannel.use_count(), 1) << "the wrapper keeps no share of the current channel";
+    EXPECT_THAT(log.Records(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryOperation, ForwardingTest, ValuesIn(kOperations), kName);
+
+struct Failure {
+    const char* name;
+    Hook raise;
+    UVA_STATUS status;
+    std::function<Lines(const Operation&)> lines;
+    boost::shared_ptr<V::IBackend> (*impl)() = nullptr;  // a wrapper over this back-end instead
+};
+
+Lines Typed(const Operation& operation, int type, const std::string& text) {
+    Lines lines{LogLine(operation.level, "Exception type " + std::to_string(type) + ": " + text)};
+    if (type > 4) {
+        lines.push_back(LogLine(5, "Unknown error type caught: " + std::to_string(type)));
+    }
+    return lines;
+}
+
+const char* const kCastFailed = "Exception occurred while performing IVideoBroadcastBackend cast.";
+
+const Failure kFailures[] = {
+    {"type1", [] { throw V::GenericErrorException("gone"); }, UVA_STATUS_ERROR, [](auto& op) { return Typed(op, 1, "gone"); }},
+    {"type2", [] { throw ExceptionBase(2, "no"); }, UVA_STATUS_ERROR_2, [](auto& op) { return Typed(op, 2, "no"); }},
+    {"type3", [] { throw ExceptionBase(3, "state"); }, UVA_STATUS_ERROR_3, [](auto& op) { return Typed(op, 3, "state"); }},
+    {"type4", [] { throw ExceptionBase(4, "later"); }, UVA_STATUS_ERROR_2, [](auto& op) { return Typed(op, 4, "later"); }},
+    {"type7", [] { throw ExceptionBase(7, "odd"); }, UVA_STATUS_ERROR, [](auto& op) { return Typed(op, 7, "odd"); }},
+    {"standard", [] { throw std::runtime_error("x"); }, UVA_STATUS_ERROR, [](auto& op) { return Lines{LogLine(5, op.failed + "x")}; }},
+    {"int", [] { throw 3; }, UVA_STATUS_ERROR, [](auto&) { return Lines{LogLine(5, "Unknown exception caught")}; }},
+    {"no_backend", nullptr, UVA_STATUS_ERROR, [](auto& op) { return Typed(op, 1, kCastFailed); }, [] { return boost::shared_ptr<V::IBackend>(); }},
+    {"media_backend", nullptr, UVA_STATUS_ERROR, [](auto& op) { return Typed(op, 1, kCastFailed); },
+     [] { return boost::shared_ptr<V::IBackend>(boost::make_shared<::testing::NiceMock<VelmoraTest::MockMediaBackend>>()); }},
+};
+
+class FailureTest : public BroadcastTest, public ::testing::WithParamInterface<std::tuple<Operation, Failure>> {};
+
+TEST_P(FailureTest, NeverEscapesAndAnswersTheStatusWithItsLine) {
+    const auto& [operation, failure] = GetParam();
+    if (failure.impl != nullptr) {
+        wrapper = std::make_unique<W>(failure.impl(), &client);
+    } else {
+        operation.expect(*backend, failure.raise);
+    }
+    EXPECT_EQ(operation.call(*wrapper), failure.status);
+    EXPECT_THAT(log.Records("Velmora::VB"), ElementsAreArray(failure.lines(operation)));
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryOperationAndFailure, FailureTest, ::testing::Combine(ValuesIn(kOperations), ValuesIn(kFailures)),
+                         [](const auto& info) { return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name; });
+
+TEST_F(BroadcastTest, AnEmptySpeedListOrAFailedArrayLeavesTheOutputUntouched) {
+    for (const bool emptyList : {true, false}) {
+        EXPECT_CALL(*backend, GetPlaybackSpeeds(_)).WillOnce(Store([] {}, std::vector<double>(emptyList ? 0 : 2, 1.0)));
+        failNextNothrowArray = !emptyList;
+        double* speeds = nullptr;
+        unsigned int count = 4;
+        EXPECT_EQ(wrapper->getPlaybackSpeeds(speeds, count), UVA_STATUS_ERROR);
+        EXPECT_FALSE(failNextNothrowArray) << "the array is allocated without throwing";
+        EXPECT_EQ(std::make_pair(speeds, count), std::make_pair(static_cast<double*>(nullptr), 4u));
+        const char* const text = emptyList ? "No speeds defined in backend." : "Memory allocation error.";
+        EXPECT_THAT(log.Records(), ElementsAre(LogLine(2, std::string("Exception type 1: ") + text)));
+        log.Clear();
+    }
+}
+
+TEST_F(BroadcastTest, IsFoundByItsHandleUntilDestroyedAndThenCutsTheSubscriptionButKeepsComponents) {
+    int handle = 0;
+    wrapper->setWindowId(&handle);
+    EXPECT_EQ(W::getBackendByVideoBroadcastHandle(&handle), wrapper.get());
+    EXPECT_EQ(wrapper->GetVideoBroadcastBackendImpl(), backend);
+    auto* shown = static_cast<V::Wrapper::AvComponentWrapper*>(Announce(kAdded));
+    client.events.Clear();
+    const long components = uvaLiveObjects().components;
+    wrapper.reset();
+    EXPECT_EQ(W::getBackendByVideoBroadcastHandle(&handle), nullptr);
+    EXPECT_EQ(backend->events.num_slots(), 0u);
+    EXPECT_EQ(backend.use_count(), 1);
+    EXPECT_EQ(uvaLiveObjects().components, components);
+    shown->BackendMarkUnused();
+}
+
+TEST_F(BroadcastTest, WithoutAClientItForwardsButNeverSubscribes) {
+    EXPECT_CALL(*backend, ConnectEvent(_)).Times(0);
+    EXPECT_CALL(*backend, Stop());
+    wrapper = std::make_unique<W>(backend, nullptr);
+    EXPECT_EQ(wrapper->stop(), UVA_STATUS_OK);
+    wrapper->VideoBroadcastBackendEvent(boost::make_shared<BackendEvent>(BackendEvent::BufferingIdle));
+    EXPECT_THAT(log.Records("Velmora::VB"), ElementsAre(LogLine(5, "VideoBroadcastBackendWrapper Client is not set!"),
+                                                        LogLine(5, "VideoBroadcastBackendEvent Event cannot be sent since client is not set!")));
+}
+
+std::string Text(const char* text) { return text == nullptr ? "null" : text; }
+
+// The browser event in one line: class, code and fields.
+std::string Describe(UVAEvent* event) {
+    std::ostringstream out;
+    out << boost::core::demangle(typeid(*event).name()) << ' ' << event->type;
+    if (auto* rating = dynamic_cast<ParentalRatingEvent*>(event)) {
+        out << ' ' << Text(rating->contentId) << ' ' << rating->rating << ' ' << Text(rating->drmSystemId);
+    } else if (auto* play = dynamic_cast<::BroadcastPlaystateChangeEvent*>(event)) {
+        out << ' ' << play->state << ' ' << play->error;
+    } else if (auto* failed = dynamic_cast<::ChannelChangeErrorEvent*>(event)) {
+        out << ' ' << failed->channel << ' ' << failed->errorState;
+    } else if (auto* changed = dynamic_cast<::ChannelChangeSucceededEvent*>(event)) {
+        out << ' ' << changed->channel;
+    } else if (auto* recording = dynamic_cast<::RecordingErrorEvent*>(event)) {
+        out << ' ' << recording->error << ' ' << Text(recording->recordingId);
+    } else if (auto* state = dynamic_cast<::RecordingStateChangeEvent*>(event)) {
+        out << ' ' << state->state << ' ' << Text(state->recordingId);
+    } else if (auto* subtitles = dynamic_cast<::SubtitlesChangedEvent*>(event)) {
+        out << ' ' << Text(subtitles->language);
+    }
+    return out.str();
+}
+
+struct Translation {
+    const char* name;
+    std::function<V::BackendEvent*()> raise;
+    std::string delivered;             // empty: nothing reaches the browser
+    const char* notHandled = nullptr;  // the event name in the level-5 line
+    std::string thrown = "";           // back to the media stack
+};
+
+class TranslationTest : public BroadcastTest, public ::testing::WithParamInterface<Translation> {};
+
+TEST_P(TranslationTest, DeliversTheBrowsersEventWithCopiedFields) {
+    std::string thrown;
+    try {
+        backend->Raise(GetParam().raise());  // the media stack's event and its texts are gone from here on
+    } catch (const ExceptionBase& failure) {
+        thrown = failure.What();
+    }
+    EXPECT_EQ(thrown, GetParam().thrown);
+    EXPECT_EQ(client.events.Count() == 0 ? "" : Describe(client.events.At(0)), GetParam().delivered);
+    const std::string line = std::string("VideoBroadcastBackendEvent not handled. Event ID: ") + Text(GetParam().notHandled);
+    EXPECT_THAT(log.Records("Velmora::VB"), ElementsAreArray(GetParam().notHandled ? Lines{LogLine(5, line)} : Lines{}));
+}
+
+BackendEvent* Plain(BackendEvent::EventType type) { return new BackendEvent(type); }
+void* const kHandle = reinterpret_cast<void*>(0x1234);
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryCode, TranslationTest,
+    ValuesIn(std::vector<Translation>{
+        {"rating_error", [] { return new V::ParentalRatingErrorEvent("c1", nullptr, 15); }, "ParentalRatingErrorEvent 11 c1 15 null"},
+        {"rating_change", [] { return new V::ParentalRatingChangeEvent(nullptr, "d1", 12); }, "ParentalRatingChangeEvent 12 null 12 d1"},
+        {"playstate", [] { return new V::BroadcastPlaystateChangeEvent(2, 5); }, "BroadcastPlaystateChangeEvent 13 2 5"},
+        {"channel_error", [] { return new V::ChannelChangeErrorEvent(kHandle, 9); }, "ChannelChangeErrorEvent 14 0x1234 9"},
+        {"channel_changed", [] { return new V::ChannelChangeSucceededEvent(kHandle); }, "ChannelChangeSucceededEvent 15 0x1234"},
+        {"programmes", [] { return Plain(BackendEvent::ProgrammesChanged); }, "UVAEvent 16"},
+        {"recording_error", [] { return new V::RecordingErrorEvent(3, "r1"); }, "RecordingErrorEvent 17 3 r1"},
+        {"recording_state", [] { return new V::RecordingStateChangeEvent(2, nullptr); }, "RecordingStateChangeEvent 18 2 null"},
+        {"progress", [] { return Plain(BackendEvent::BufferingProgress); }, "UVAEvent 19"},
+        {"network_error", [] { return Plain(BackendEvent::BufferingNetworkError); }, "UVAEvent 20"},
+        {"idle", [] { return Plain(BackendEvent::BufferingIdle); }, "UVAEvent 21"},
+        {"underrun_without_level", [] { return new V::BufferingStreamUnderrunEvent(40); }, "UVAEvent 22"},
+        {"buffered", [] { return Plain(BackendEvent::BufferingStreamBuffered); }, "UVAEvent 23"},
+        {"subtitles", [] { return new V::SubtitlesChangedEvent("deu"); }, "SubtitlesChangedEvent 24 deu"},
+        {"subtitles_null", [] { return new V::SubtitlesChangedEvent(nullptr); }, "SubtitlesChangedEvent 24 null"},
+        {"media_only", [] { return Plain(BackendEvent::PlaybackFinished); }, "", "PlaybackFinished"},
+        {"drm_rights", [] { return new V::DRMRightsErrorEvent(1, "c", "d", "u"); }, "", "DRMRightsError"},
+        {"end_marker", [] { return Plain(BackendEvent::LastEvent); }, "", "LastEvent"},
+        {"unknown", [] { return Plain(static_cast<BackendEvent::EventType>(30)); }, "", "Unknown event ID"},
+        {"wrong_class", [] { return Plain(BackendEvent::SubtitlesChanged); }, "", nullptr, "Dynamic cast of Velmora::BackendEventPtr failed."},
+        {"unknown_action", [] { return new V::ComponentChangedEvent(nullptr, 3); }, "", nullptr, "Unknown ComponentChangedEvent action!"}}),
+    kName);
+
+TEST_F(BroadcastTest, ComponentsAreRegisteredBeforeTheyAreShownAndRetiredAfterTheBrowserIsTold) {
+    Component* first = Announce(kAdded);
+    Component* second = Announce(kAdded);  // the same media stack component again: a second wrapper
+    ASSERT_NE(first, second);
+    Component* const lower = std::min(first, second, std::less<>());
+    Component* const upper = lower == first ? second : first;
+    component.SetActive(true);
+    EXPECT_EQ(Announce(kChanged), lower);
+    std::int32_t stateWhenTold = -1;
+    client.onEvent = [&](UVAEvent*) { stateWhenTold = lower->state; };
+    EXPECT_EQ(Announce(kRemoved), lower);
+    EXPECT_EQ(stateWhenTold, 1) << "the browser hears of the removal before the component is marked unused";
+    client.onEvent = nullptr;
+    EXPECT_EQ(Announce(kRemoved), upper);
+    EXPECT_THAT(log.Records("Velmora::VB"), ElementsAre(LogLine(2, "Component to be REMOVED: " + Address(lower)),
+                                                        LogLine(2, "Component to be REMOVED: " + Address(upper))));
+    client.events.Clear();  // the browser lets go: both are deleted now
+    EXPECT_EQ(Announce(kRemoved), nullptr);
+    EXPECT_EQ(Announce(kChanged), nullptr);
+    EXPECT_EQ(client.events.Count(), 0u);
+}
+
+enum class Target { NoBackend, Null, Removed, Inactive, Active };
+
+struct SelectionCase {
+    const char* name;
+    Target target;
+    bool select;
+    Hook raise;  // null: the media stack must not be called
+    UVA_STATUS status;
+    int level;         // of the one line logged, 0 for none
+    std::string line;  // a trailing "@" stands for the media stack's component
+};
+
+class SelectionTest : public BroadcastTest, public ::testing::WithParamInterface<SelectionCase> {};
+
+TEST_P(SelectionTest, MapsTheBrowsersComponentBackOrRefuses) {
+    const SelectionCase& row = GetParam();
+    Component* target = row.target <= Target::Null ? nullptr : Announce(kAdded);
+    component.SetActive(row.target != Target::Inactive);
+    if (row.target == Target::Removed) {
+        Announce(kRemoved);
+    } else if (row.target == Target::NoBackend) {
+        wrapper = std::make_unique<W>(nullptr, &client);
+    }
+    auto& call = row.select ? EXPECT_CALL(*backend, SelectComponent(&component)) : EXPECT_CALL(*backend, UnselectComponent(&component));
+    row.raise ? void(call.WillOnce(row.raise)) : void(call.Times(0));
+    log.Clear();
+    EXPECT_EQ(row.select ? wrapper->selectComponent(target) : wrapper->unselectComponent(target), row.status);
+    const bool withAddress = !row.line.empty() && row.line.back() == '@';
+    const std::string line = withAddress ? row.line.substr(0, row.line.size() - 1) + Address(&component) : row.line;
+    EXPECT_THAT(log.Records("Velmora::VB"), ElementsAreArray(row.level ? Lines{LogLine(row.level, line)} : Lines{}));
+    if (row.target >= Target::Inactive) {
+        Announce(kRemoved);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BothOperations, SelectionTest,
+    ValuesIn(std::vector<SelectionCase>{
+        {"select_without_backend", Target::NoBackend, true, nullptr, UVA_STATUS_ERROR, 5, std::string("Exception type 1: ") + kCastFailed},
+        {"select_null", Target::Null, true, nullptr, UVA_STATUS_ERROR, 5, "selectComponent Uva attempts to select nullpointer AVComponent id."},
+        {"unselect_null", Target::Null, false, nullptr, UVA_STATUS_ERROR, 5, "unselectComponent Uva attempts to select nullpointer AVComponent id."},
+        {"select_removed", Target::Removed, true, nullptr, UVA_STATUS_ERROR, 5, "selectComponent Uva attempts to select non-existing AVComponent id."},
+        {"unselect_removed", Target::Removed, false, nullptr, UVA_STATUS_ERROR, 5, "unselectComponent Uva attempts to select invalid AVComponent id."},
+        {"select_inactive", Target::Inactive, true, nullptr, UVA_STATUS_ERROR, 0, ""},
+        {"unselect_inactive", Target::Inactive, false, nullptr, UVA_STATUS_ERROR, 0, ""},
+        {"select", Target::Active, true, [] {}, UVA_STATUS_OK, 2, "Select component: @"},
+        {"unselect", Target::Active, false, [] {}, UVA_STATUS_OK, 0, ""},
+        {"select_refused", Target::Active, true, [] { throw ExceptionBase(3, "busy"); }, UVA_STATUS_ERROR_3, 5, "Exception type 3: busy"},
+        {"unselect_failing", Target::Active, false, [] { throw std::runtime_error("x"); }, UVA_STATUS_ERROR, 5,
+         "virtual function from IVideoBroadcastBackend failed: x"}}),
+    kName);
+
+}  // namespace
