@@ -249,17 +249,18 @@ BrowserEvent Translate(const BackendEvent& event, UVAEvent::Type browserType) {
                 to.aspectRatio = from.aspectRatio;
             });
         case BackendEvent::DRMRightsError:
-            return Translated<Velmora::DRMRightsErrorEvent, ::DRMRightsErrorEvent>(event, [](const auto& from, auto& to) {
-                to.errorState = from.errorState;
-                to.contentId = Utilities::DuplicateText(from.contentId);
-                to.drmSystemId = Utilities::DuplicateText(from.drmSystemId);
-                to.rightsIssuerUrl = Utilities::DuplicateText(from.rightsIssuerUrl);
-            });
+            return Translated<Velmora::DRMRightsErrorEvent, ::DRMRightsErrorEvent>(
+                event, [](const auto& from, auto& to) {
+                    to.errorState = from.errorState;
+                    to.contentId = Utilities::DuplicateText(from.contentId);
+                    to.drmSystemId = Utilities::DuplicateText(from.drmSystemId);
+                    to.rightsIssuerUrl = Utilities::DuplicateText(from.rightsIssuerUrl);
+                });
         case BackendEvent::ParentalRatingError:
             return Translated<Velmora::ParentalRatingErrorEvent, ::ParentalRatingErrorEvent>(event, CopyParentalRating);
         case BackendEvent::ParentalRatingChange:
             return Translated<Velmora::ParentalRatingChangeEvent, ::ParentalRatingChangeEvent>(event,
-                                                                                                CopyParentalRating);
+                                                                                               CopyParentalRating);
         case BackendEvent::BufferingStreamUnderrun:
             return Translated<Velmora::BufferingStreamUnderrunEvent, ::BufferingStreamUnderrunEvent>(
                 event, [](const auto& from, auto& to) { to.bufferLevel = from.bufferLevel; });
@@ -299,8 +300,7 @@ MediaBackendWrapper::MediaBackendWrapper(boost::shared_ptr<IBackend> implementat
     }
     eventConnection = backend->ConnectEvent(gate.Bind(&MediaBackendWrapper::MediaBackendEvent, this));
     if (auto* media = dynamic_cast<IMediaBackend*>(backend.get())) {
-        drmRequestConnection =
-            media->ConnectDrmBackendRequest(gate.Bind(&MediaBackendWrapper::GetDRMBackend, this));
+        drmRequestConnection = media->ConnectDrmBackendRequest(gate.Bind(&MediaBackendWrapper::GetDRMBackend, this));
     }
 }
 
@@ -563,10 +563,7 @@ void MediaBackendWrapper::GetDRMBackend(std::string keySystemId, IDrmBackend*& d
 
 // Time ranges and native size
 
-UVA_STATUS MediaBackendWrapper::ReportTimeRanges(
-    const char* name,
-    bool (IMediaBackend::*query)(std::vector<IBackend::ByteRange>&, std::vector<IBackend::TimeRange>&),
-    TimeRange**& timeRanges) {
+UVA_STATUS MediaBackendWrapper::ReportTimeRanges(const char* name, TimeRangeQuery query, TimeRange**& timeRanges) {
     return Guarded(MediaCall(name), [&] {
         std::vector<IBackend::ByteRange> byteRanges;  // not reported to the browser
         std::vector<IBackend::TimeRange> ranges;
@@ -596,7 +593,7 @@ UVA_STATUS MediaBackendWrapper::getNativeSize(int& width, int& height, double& a
         const bool answer = Media().GetNativeSize(nativeWidth, nativeHeight, aspectRatio);
         width = nativeWidth;
         height = nativeHeight;
-        VELMORA_LOG(kLog, 2) << "getNativeSize" << "; " << width << "; " << height << "; ";
+        VELMORA_LOG(kLog, 2) << "getNativeSize; " << width << "; " << height << "; ";
         return StatusOf(answer);
     });
 }

@@ -81,10 +81,9 @@ private:
     template <typename Call>
     UVA_STATUS Forward(const CallPolicy& policy, Call&& call);
 
-    UVA_STATUS ReportTimeRanges(const char* name,
-                                bool (IMediaBackend::*query)(std::vector<IBackend::ByteRange>&,
-                                                             std::vector<IBackend::TimeRange>&),
-                                TimeRange**& timeRanges);
+    using TimeRangeQuery = bool (IMediaBackend::*)(std::vector<IBackend::ByteRange>&,
+                                                   std::vector<IBackend::TimeRange>&);
+    UVA_STATUS ReportTimeRanges(const char* name, TimeRangeQuery query, TimeRange**& timeRanges);
     UVA_STATUS PassOnSelection(const char* name, const char* unknownComponentText,
                                void (IMediaBackend::*selection)(IAvComponent*), AVComponent* component);
 
