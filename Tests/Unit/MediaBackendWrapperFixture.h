@@ -1,12 +1,10 @@
 #pragma once
-// A media wrapper over a mocked media back-end with a recording browser client.
+// A media wrapper over a mocked media back-end, with a recording browser client.
 
 #include <gmock/gmock.h>
 
 #include <boost/make_shared.hpp>
 #include <memory>
-#include <sstream>
-#include <string>
 #include <vector>
 
 #include "MediaBackendWrapper.h"
@@ -19,12 +17,6 @@ namespace VelmoraTest {
 using Lines = std::vector<::testing::Matcher<Tlog::Record>>;
 using Velmora::Wrapper::MediaBackendWrapper;
 
-inline std::string Address(const void* pointer) {
-    std::ostringstream text;
-    text << pointer;
-    return text.str();
-}
-
 class MediaWrapperTest : public LiveObjectsTest {
 protected:
     MediaBackendWrapper& Wrapper() {
@@ -36,11 +28,6 @@ protected:
     void Raise(Velmora::BackendEvent* event) {
         Wrapper();
         media->Raise(event);
-    }
-    // Announces `component` and returns the browser's copy of it.
-    UVABackend::AVComponent* AddComponent(MockAvComponent& component) {
-        Raise(new Velmora::ComponentChangedEvent(&component, Velmora::ComponentChangedEvent::Added));
-        return client.events.At<::ComponentChangedEvent>(client.events.Count() - 1)->component;
     }
     std::vector<Tlog::Record> MediaLog() const { return log.Records("Velmora::M"); }
 

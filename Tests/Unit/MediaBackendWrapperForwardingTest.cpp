@@ -17,7 +17,7 @@ using VelmoraTest::MockMediaBackend;
 constexpr UVA_STATUS kOk = UVA_STATUS_OK;
 constexpr UVA_STATUS kNo = UVA_STATUS_ERROR;
 
-// What the media stack does when called: answer `value`, or throw through `raise`.
+// The media stack answers `value`, or throws through `raise`.
 struct Answer {
     bool value;
     std::function<void()> raise;
@@ -52,45 +52,40 @@ double someDouble = 0.0;
 unsigned someCount = 0;
 unsigned char frame[4];
 
-#define CALL(operation) [](MediaBackendWrapper& wrapper) { return wrapper.operation; }
-#define FORWARDED(Result, expected) \
-    [](MockMediaBackend& media, const Answer& answer) { EXPECT_CALL(media, expected).WillOnce(Respond<Result>(answer)); }
+#define OP(operation) [](MediaBackendWrapper& wrapper) { return wrapper.operation; }
+#define EXPECTS(Result, call) \
+    [](MockMediaBackend& media, const Answer& answer) { EXPECT_CALL(media, call).WillOnce(Respond<Result>(answer)); }
 
 const Forwarder kForwarders[] = {
-    {"setWindowId", CALL(setWindowId(7)), FORWARDED(void, SetWindowId(7u)), kOk, kOk},
-    {"removeSource", CALL(removeSource(3)), FORWARDED(void, RemoveSource(3u)), kOk, kOk},
-    {"setVideoWindow", CALL(setVideoWindow(10, 20, 300, 400)), FORWARDED(bool, SetVideoWindow(Rect(10, 20, 400, 300))),
-     kOk, kNo},
-    {"setClipRect", CALL(setClipRect(-1, 2, 70000, 5)), FORWARDED(bool, SetClipRect(Rect(-1, 2, 5, 4464))), kOk, kNo},
-    {"getVideoFrame", CALL(getVideoFrame(frame, 4)), FORWARDED(bool, GetVideoFrame(frame, 4u)), kOk, kNo},
-    {"canPlayURL", CALL(canPlayURL("http://a")), FORWARDED(bool, CanPlayURL("http://a")), kOk, UVA_STATUS_ERROR_2},
-    {"play", CALL(play()), FORWARDED(void, Play()), kOk, kOk},
-    {"stop", CALL(stop()), FORWARDED(void, Stop()), kOk, kOk},
-    {"pause", CALL(pause(true)), FORWARDED(void, Pause(true)), kOk, kOk},
-    {"setPlaybackRate", CALL(setPlaybackRate(-2.0)), FORWARDED(void, SetPlaybackRate(-2.0)), kOk, kOk},
-    {"setVolume", CALL(setVolume(0.25)), FORWARDED(void, SetVolume(0.25)), kOk, kOk},
-    {"getDuration", CALL(getDuration(someDouble)), FORWARDED(bool, GetDuration(Ref(someDouble))), kOk, kNo, 2},
-    {"setContentSize", CALL(setContentSize(640, 480)), FORWARDED(void, SetContentSize(640u, 480u)), kOk, kOk},
-    {"getPosition", CALL(getPosition(someDouble)), FORWARDED(bool, GetPosition(Ref(someDouble))), kOk, kNo},
-    {"setPosition", CALL(setPosition(12.5)), FORWARDED(bool, SetPosition(12.5)), kOk, kNo},
-    {"setVisibility", CALL(setVisibility(true, false)), FORWARDED(void, SetVisibility(true)), kOk, kOk},
-    {"setVisibility", CALL(setVisibility(true, true)), FORWARDED(void, SetVisibility(true)), kOk, kOk},
-    {"setVisibility", CALL(setVisibility(false, true)), FORWARDED(void, SetVisibility(false)), kOk, kOk},
-    {"getSizeFromDuration", CALL(getSizeFromDuration(5.0, someCount)), FORWARDED(void, GetSizeFromDuration()), kOk, kOk},
-    {"setFullScreen", CALL(setFullScreen(true)), FORWARDED(void, SetFullScreen(true)), kOk, kOk},
-    {"setLoop", CALL(setLoop("true")), FORWARDED(void, SetLoop("true")), kOk, kOk},
-    {"setSource", CALL(setSource(nullptr)), FORWARDED(void, SetSource("")), kOk, kOk},
-    {"onListenerChanged", CALL(onListenerChanged("ended")), FORWARDED(void, OnListenerChanged("ended")), kOk, kOk},
-    {"setBufferingStrategy", CALL(setBufferingStrategy(UVABackend::BUFFERING_AGGRESSIVE)),
-     FORWARDED(void, SetBufferingStrategy(true)), kOk, kOk},
-    {"setBufferingStrategy", CALL(setBufferingStrategy(UVABackend::BUFFERING_DEFAULT)),
-     FORWARDED(void, SetBufferingStrategy(false)), kOk, kOk},
-    {"setBufferingStrategy", CALL(setBufferingStrategy(UVABackend::BUFFERING_CONSERVATIVE)),
-     FORWARDED(void, SetBufferingStrategy(false)), kOk, kOk},
-    {"setBufferingStrategy", CALL(setBufferingStrategy(static_cast<UVABackend::BufferingStrategy>(3))),
-     FORWARDED(void, SetBufferingStrategy(false)), kOk, kOk},
-    {"getBytesInBuffer", CALL(getBytesInBuffer(someCount)), FORWARDED(void, GetBytesInBuffer(Ref(someCount))), kOk, kOk},
-    {"setKeySystem", CALL(setKeySystem(nullptr)), FORWARDED(void, SetKeySystem("")), kOk, kOk},
+    {"setWindowId", OP(setWindowId(7)), EXPECTS(void, SetWindowId(7u)), kOk, kOk},
+    {"removeSource", OP(removeSource(3)), EXPECTS(void, RemoveSource(3u)), kOk, kOk},
+    {"setVideoWindow", OP(setVideoWindow(10, 20, 300, 400)), EXPECTS(bool, SetVideoWindow(Rect(10, 20, 400, 300))), kOk,
+     kNo},
+    {"setClipRect", OP(setClipRect(-1, 2, 70000, 5)), EXPECTS(bool, SetClipRect(Rect(-1, 2, 5, 4464))), kOk, kNo},
+    {"getVideoFrame", OP(getVideoFrame(frame, 4)), EXPECTS(bool, GetVideoFrame(frame, 4u)), kOk, kNo},
+    {"canPlayURL", OP(canPlayURL("http://a")), EXPECTS(bool, CanPlayURL("http://a")), kOk, UVA_STATUS_ERROR_2},
+    {"play", OP(play()), EXPECTS(void, Play()), kOk, kOk},
+    {"stop", OP(stop()), EXPECTS(void, Stop()), kOk, kOk},
+    {"pause", OP(pause(true)), EXPECTS(void, Pause(true)), kOk, kOk},
+    {"setPlaybackRate", OP(setPlaybackRate(-2.0)), EXPECTS(void, SetPlaybackRate(-2.0)), kOk, kOk},
+    {"setVolume", OP(setVolume(0.25)), EXPECTS(void, SetVolume(0.25)), kOk, kOk},
+    {"getDuration", OP(getDuration(someDouble)), EXPECTS(bool, GetDuration(Ref(someDouble))), kOk, kNo, 2},
+    {"setContentSize", OP(setContentSize(640, 480)), EXPECTS(void, SetContentSize(640u, 480u)), kOk, kOk},
+    {"getPosition", OP(getPosition(someDouble)), EXPECTS(bool, GetPosition(Ref(someDouble))), kOk, kNo},
+    {"setPosition", OP(setPosition(12.5)), EXPECTS(bool, SetPosition(12.5)), kOk, kNo},
+    {"setVisibility", OP(setVisibility(true, false)), EXPECTS(void, SetVisibility(true)), kOk, kOk},
+    {"setVisibility", OP(setVisibility(false, true)), EXPECTS(void, SetVisibility(false)), kOk, kOk},
+    {"getSizeFromDuration", OP(getSizeFromDuration(5.0, someCount)), EXPECTS(void, GetSizeFromDuration()), kOk, kOk},
+    {"setFullScreen", OP(setFullScreen(true)), EXPECTS(void, SetFullScreen(true)), kOk, kOk},
+    {"setLoop", OP(setLoop("true")), EXPECTS(void, SetLoop("true")), kOk, kOk},
+    {"setSource", OP(setSource(nullptr)), EXPECTS(void, SetSource("")), kOk, kOk},
+    {"onListenerChanged", OP(onListenerChanged("ended")), EXPECTS(void, OnListenerChanged("ended")), kOk, kOk},
+    {"setBufferingStrategy", OP(setBufferingStrategy(UVABackend::BUFFERING_AGGRESSIVE)),
+     EXPECTS(void, SetBufferingStrategy(true)), kOk, kOk},
+    {"setBufferingStrategy", OP(setBufferingStrategy(UVABackend::BUFFERING_CONSERVATIVE)),
+     EXPECTS(void, SetBufferingStrategy(false)), kOk, kOk},
+    {"getBytesInBuffer", OP(getBytesInBuffer(someCount)), EXPECTS(void, GetBytesInBuffer(Ref(someCount))), kOk, kOk},
+    {"setKeySystem", OP(setKeySystem(nullptr)), EXPECTS(void, SetKeySystem("")), kOk, kOk},
 };
 
 class MediaForwardingTest : public VelmoraTest::MediaWrapperTest, public WithParamInterface<Forwarder> {};
@@ -101,46 +96,43 @@ TEST_P(MediaForwardingTest, HandsOnTheArgumentsAndAnswersWithTheResult) {
         GetParam().expect(*media, Answer{value, nullptr});
         EXPECT_EQ(GetParam().call(Wrapper()), value ? GetParam().whenTrue : GetParam().whenFalse);
     }
-    EXPECT_EQ(someCount, 77u) << "nothing the media stack did not fill is written";
+    EXPECT_EQ(someCount, 77u) << "what the media stack did not fill stays untouched";
     EXPECT_THAT(MediaLog(), IsEmpty());
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryForwarder, MediaForwardingTest, ValuesIn(kForwarders));
 
+enum Caught { kBase, kStandard, kOther };
+
 struct Failure {
     const char* name;
     std::function<void()> raise;  // null: the back-end is not a media back-end
     UVA_STATUS status;
-    std::function<Lines(const Forwarder&)> lines;
+    Caught caught;
+    std::string line;  // for a standard exception, what follows the operation's name
+    Lines more = {};
 };
 
 void PrintTo(const Failure& failure, std::ostream* out) { *out << failure.name; }
 
-Lines Reported(const Forwarder& forwarder, const char* text) { return {LogLine(forwarder.exceptionLevel, text)}; }
+template <typename Exception>
+std::function<void()> Throws(Exception exception) {
+    return [exception] { throw exception; };
+}
 
+// clang-format off
 const Failure kFailures[] = {
-    {"generic", [] { throw Velmora::GenericErrorException("lost"); }, kNo,
-     [](const Forwarder& op) { return Reported(op, "Exception type 1: lost"); }},
-    {"type_2", [] { throw ExceptionBase(2, "no"); }, UVA_STATUS_ERROR_2,
-     [](const Forwarder& op) { return Reported(op, "Exception type 2: no"); }},
-    {"type_3", [] { throw ExceptionBase(3, "state"); }, UVA_STATUS_ERROR_3,
-     [](const Forwarder& op) { return Reported(op, "Exception type 3: state"); }},
-    {"type_4", [] { throw ExceptionBase(4, "later"); }, UVA_STATUS_ERROR_2,
-     [](const Forwarder& op) { return Reported(op, "Exception type 4: later"); }},
-    {"type_7", [] { throw ExceptionBase(7, "odd"); }, kNo,
-     [](const Forwarder& op) {
-         return Lines{LogLine(op.exceptionLevel, "Exception type 7: odd"), LogLine(5, "Unknown error type caught: 7")};
-     }},
-    {"standard", [] { throw std::runtime_error("x"); }, kNo,
-     [](const Forwarder& op) {
-         return Lines{LogLine(5, std::string(op.name) + "virtual function from IMediaBackend failed: x")};
-     }},
-    {"int", [] { throw 7; }, kNo, [](const Forwarder&) { return Lines{LogLine(5, "Unknown exception caught")}; }},
-    {"not_media", nullptr, kNo,
-     [](const Forwarder& op) {
-         return Reported(op, "Exception type 1: Exception occurred while performing IMediaBackend cast.");
-     }},
+    {"generic", Throws(Velmora::GenericErrorException("lost")), kNo, kBase, "Exception type 1: lost"},
+    {"type_2", Throws(ExceptionBase(2, "no")), UVA_STATUS_ERROR_2, kBase, "Exception type 2: no"},
+    {"type_3", Throws(ExceptionBase(3, "busy")), UVA_STATUS_ERROR_3, kBase, "Exception type 3: busy"},
+    {"type_4", Throws(ExceptionBase(4, "later")), UVA_STATUS_ERROR_2, kBase, "Exception type 4: later"},
+    {"type_7", Throws(ExceptionBase(7, "odd")), kNo, kBase, "Exception type 7: odd",
+     {LogLine(5, "Unknown error type caught: 7")}},
+    {"standard", Throws(std::runtime_error("x")), kNo, kStandard, "virtual function from IMediaBackend failed: x"},
+    {"int", Throws(7), kNo, kOther, "Unknown exception caught"},
+    {"not_media", nullptr, kNo, kBase, "Exception type 1: Exception occurred while performing IMediaBackend cast."},
 };
+// clang-format on
 
 class MediaFailureTest : public VelmoraTest::MediaWrapperTest,
                          public WithParamInterface<std::tuple<Forwarder, Failure>> {};
@@ -153,7 +145,10 @@ TEST_P(MediaFailureTest, AnswersAStatusLogsTheFailureAndStaysUsable) {
         backend = boost::make_shared<NiceMock<VelmoraTest::MockVideoBroadcastBackend>>();
     }
     EXPECT_EQ(forwarder.call(Wrapper()), failure.status);
-    EXPECT_THAT(MediaLog(), ElementsAreArray(failure.lines(forwarder)));
+    Lines expected{LogLine(failure.caught == kBase ? forwarder.exceptionLevel : 5,
+                           (failure.caught == kStandard ? forwarder.name : "") + failure.line)};
+    expected.insert(expected.end(), failure.more.begin(), failure.more.end());
+    EXPECT_THAT(MediaLog(), ElementsAreArray(expected));
     if (failure.raise) {
         forwarder.expect(*media, Answer{true, nullptr});
         EXPECT_EQ(forwarder.call(Wrapper()), forwarder.whenTrue);
@@ -165,39 +160,28 @@ INSTANTIATE_TEST_SUITE_P(EveryForwarderAndFailure, MediaFailureTest,
 
 using MediaLifetimeTest = VelmoraTest::MediaWrapperTest;
 
-TEST_F(MediaLifetimeTest, SubscribesOnlyWithAClientAndTheDrmRequestOnlyForAMediaBackEnd) {
-    auto broadcast = boost::make_shared<NiceMock<VelmoraTest::MockVideoBroadcastBackend>>();
-    {
-        MediaBackendWrapper withClient(media, UVABackend::TYPE_MEDIA, &client);
-        MediaBackendWrapper withoutClient(media, UVABackend::TYPE_MEDIA, nullptr);
-        MediaBackendWrapper notMedia(broadcast, UVABackend::TYPE_MEDIA, &client);
-        EXPECT_EQ(media->events.num_slots(), 1u);
-        EXPECT_EQ(media->drmRequests.num_slots(), 1u);
-        EXPECT_EQ(broadcast->events.num_slots(), 1u);
-        EXPECT_EQ(withClient.GetMediaBackendImpl(), media);
-    }
-    EXPECT_EQ(media->events.num_slots() + media->drmRequests.num_slots() + broadcast->events.num_slots(), 0u);
-    EXPECT_THAT(MediaLog(), ElementsAre(LogLine(5, "MediaBackendWrapper Client is not set!"), LogLine(2, "~MediaBackendWrapper"),
-                                        LogLine(2, "~MediaBackendWrapper"), LogLine(2, "~MediaBackendWrapper")));
-}
-
-// The wrapper lets go of the media stack before it cuts the event subscription.
-TEST_F(MediaLifetimeTest, ReleasesTheBackEndWhileStillSubscribed) {
+// Subscribes only with a client, to DRM requests only of a media back-end, and lets go of the media stack
+// while still subscribed.
+TEST_F(MediaLifetimeTest, SubscribesAsItsClientAndBackEndAllowAndReleasesTheBackEndFirst) {
     std::size_t slotsWhenReleased = 0;
     boost::shared_ptr<MockMediaBackend> held(new NiceMock<MockMediaBackend>, [&](MockMediaBackend* released) {
-        slotsWhenReleased = released->events.num_slots();
+        slotsWhenReleased = released->events.num_slots() + released->drmRequests.num_slots();
         delete released;
     });
-    auto* owner = new MediaBackendWrapper(held, UVABackend::TYPE_MEDIA, &client);
+    auto owner = std::make_unique<MediaBackendWrapper>(held, UVABackend::TYPE_MEDIA, &client);
+    {
+        const MediaBackendWrapper withoutClient(held, UVABackend::TYPE_MEDIA, nullptr);
+        const MediaBackendWrapper notMedia(boost::make_shared<NiceMock<VelmoraTest::MockVideoBroadcastBackend>>(),
+                                           UVABackend::TYPE_MEDIA, &client);
+        EXPECT_EQ(held->events.num_slots() + held->drmRequests.num_slots(), 2u);
+        EXPECT_EQ(owner->GetMediaBackendImpl(), held);
+    }
     held.reset();
-    delete owner;
-    EXPECT_EQ(slotsWhenReleased, 1u);
-}
-
-TEST_F(MediaLifetimeTest, QueueIsAcceptedAndDropped) {
-    EXPECT_EQ(Wrapper().queue("http://next"), kOk);
-    EXPECT_EQ(Wrapper().queue(nullptr), kOk);
-    EXPECT_THAT(MediaLog(), ElementsAre(LogLine(2, "queue : http://next"), LogLine(2, "queue : ")));
+    owner.reset();
+    EXPECT_EQ(slotsWhenReleased, 2u);
+    EXPECT_THAT(MediaLog(),
+                ElementsAre(LogLine(5, "MediaBackendWrapper Client is not set!"), LogLine(2, "~MediaBackendWrapper"),
+                            LogLine(2, "~MediaBackendWrapper"), LogLine(2, "~MediaBackendWrapper")));
 }
 
 }  // namespace
