@@ -1,0 +1,257 @@
+#include "DrmBackendWrapper.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <ostream>
+#include <string>
+#include <utility>
+
+#include "CallGuard.h"
+#include "Log.h"
+#include "Utilities.h"
+#include "Velmora/Exceptions.h"
+
+namespace Velmora {
+namespace Wrapper {
+
+namespace {
+
+const LogSite kLog(kDrmLogFile, __LINE__);
+
+constexpr const char* kDrmFailureSentence = "virtual function from IDrmBackend failed: ";
+// What getId and getOIPFId answer when the back-end fails; one constant, so always the same pointer.
+constexpr const char* kNotAvailable = "NA";
+// The leading blank is part of the message the browser's logs have always shown.
+constexpr const char* kSendDrmMessageFailed = " The impl for IDrmBackend::SendDrmMessage message failed!";
+// Says uva_malloc although the block comes from plain malloc; kept so the log text stays unchanged.
+constexpr const char* kSessionIdAllocationFailed = "Unable to uva_malloc for the Drm session id string.";
+
+CallPolicy DrmCall(const char* name) { return CallPolicy{&kLog, name, kDrmFailureSentence}; }
+
+// The first words of every forwarding operation's trace line.
+struct Entry {
+    const char* name;
+    const boost::shared_ptr<IDrmBackend>& impl;
+};
+
+std::ostream& operator<<(std::ostream& line, const Entry& entry) {
+    return line << entry.name << " (impl pointer): " << static_cast<const void*>(entry.impl.get()) << "; ";
+}
+
+// A byte block in a trace line: its bytes up to the first zero, whatever its length. A null block fails
+// the stream, which blanks the rest of the line. Deliberate: the traces have always read this way.
+const char* AsText(const unsigned char* bytes) { return reinterpret_cast<const char*>(bytes); }
+
+constexpr const char* kEventCastFailed = "Dynamic cast of Velmora::BackendEventPtr failed.";
+
+// The media stack's event as the class its type code names; never read fields of another class. The
+// throw leaves the slot towards whoever raised the event, as for the media back-end's events.
+template <typename Derived>
+const Derived& As(const DrmBackendEvent& event) {
+    const auto* derived = dynamic_cast<const Derived*>(&event);
+    if (derived == nullptr) {
+        throw GenericErrorException(kEventCastFailed);
+    }
+    return *derived;
+}
+
+// What every DRM event carries. The browser frees the texts with free().
+void CopyCommonFields(UVADRMEvent& target, const DrmBackendEvent& source, bool flag) {
+    target.keySystem = Utilities::DuplicateText(source.keySystem);
+    target.sessionId = Utilities::DuplicateText(source.sessionId);
+    target.flag = flag;
+}
+
+// The browser frees the block with free(); without memory it gets no block and length 0.
+void CopyBytes(const boost::shared_ptr<unsigned char>& bytes, std::uint32_t size, unsigned char*& target,
+               std::uint32_t& targetLength) {
+    target = Utilities::MallocCopy(bytes.get(), size);
+    targetLength = target == nullptr ? 0 : size;
+}
+
+// The browser's counterpart of `event`, or null for a type the browser has no event for.
+UVADRMEvent* NewBrowserEvent(const DrmBackendEvent& event) {
+    switch (event.type) {
+        case DrmBackendEvent::KeyNeeded: {
+            const auto& source = As<UvaNeedKeyDRMEvent>(event);
+            auto* target = new UVANeedKeyDRMEvent;
+            // The browser starts a key request on every need-key event, so its flag is always set.
+            CopyCommonFields(*target, source, true);
+            CopyBytes(source.initData, source.initDataSize, target->initData, target->initDataLength);
+            target->needKey = source.needKeyFlag;
+            return target;
+        }
+        case DrmBackendEvent::KeyMessage: {
+            const auto& source = As<UvaKeyMessageDrmEvent>(event);
+            auto* target = new UVAKeyMessageDRMEvent;
+            CopyCommonFields(*target, source, source.flag);
+            CopyBytes(source.message, source.messageSize, target->message, target->messageLength);
+            target->defaultUrl = Utilities::DuplicateText(source.defaultUrl);
+            return target;
+        }
+        case DrmBackendEvent::KeyComplete: {
+            auto* target = new UVADRMEvent(UVADRMEvent::KEY_COMPLETE);
+            CopyCommonFields(*target, event, event.flag);
+            return target;
+        }
+        case DrmBackendEvent::KeyError: {
+            const auto& source = As<UvaKeyErrorDrmEvent>(event);
+            auto* target = new UVAKeyErrorDRMEvent;
+            CopyCommonFields(*target, source, source.flag);
+            target->errorCode = source.errorCode;
+            target->systemCode = source.systemCode;
+            return target;
+        }
+        case DrmBackendEvent::DrmMessageResult: {
+            const auto& source = As<UvaResultMessageDrmEvent>(event);
+            auto* target = new UVAResultMessageDRMEvent;
+            CopyCommonFields(*target, source, source.flag);
+            target->resultMessage = Utilities::DuplicateText(source.resultMessage);
+            target->resultCode = source.resultCode;
+            return target;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+DrmBackendWrapper::DrmBackendWrapper(boost::shared_ptr<IDrmBackend> impl, UVADRMClient* client)
+    : impl(std::move(impl)), client(client) {
+    VELMORA_LOG(kLog, 2) << "DrmBackendWrapper (impl pointer): " << static_cast<const void*>(this->impl.get())
+                         << "; ";
+    if (client == nullptr) {
+        VELMORA_LOG(kLog, 5) << "DrmBackendWrapper Client is not set!";
+        return;
+    }
+    eventConnection = this->impl->ConnectDrmEvent(gate.Bind(&DrmBackendWrapper::DrmBackendEventHandler, this));
+}
+
+// The gate and then the scoped connection keep every event out before the back-end's share is released.
+DrmBackendWrapper::~DrmBackendWrapper() { gate.Close(); }
+
+boost::shared_ptr<IDrmBackend> DrmBackendWrapper::GetDrmBackendImplPtr() { return impl; }
+
+const char* DrmBackendWrapper::getId() const {
+    return Guarded(DrmCall("getId"), kNotAvailable, [&] {
+        VELMORA_LOG(kLog, 2) << Entry{"getId", impl};
+        // The back-end keeps its identifier alive; the browser reads these characters in place.
+        return impl->GetId().c_str();
+    });
+}
+
+const char* DrmBackendWrapper::getOIPFId() const {
+    return Guarded(DrmCall("getOIPFId"), kNotAvailable, [&] {
+        VELMORA_LOG(kLog, 2) << Entry{"getOIPFId", impl};
+        const char* id = impl->GetOIPFId().c_str();
+        VELMORA_LOG(kLog, 2) << "getOIPFId" << "Received " << id << " from impl.";
+        return id;
+    });
+}
+
+UVA_STATUS DrmBackendWrapper::generateKeyRequest(const unsigned char* init_data, unsigned int init_data_size) {
+    return Guarded(DrmCall("generateKeyRequest"), [&] {
+        VELMORA_LOG(kLog, 2) << Entry{"generateKeyRequest", impl} << " Value of init_data is : " << AsText(init_data)
+                             << " Value of init_data_size is : " << init_data_size;
+        return StatusOf(impl->GenerateKeyRequest(Utilities::CopyToSharedBytes(init_data, init_data_size),
+                                                 init_data_size));
+    });
+}
+
+UVA_STATUS DrmBackendWrapper::addKey(const unsigned char* key, unsigned int key_size, const unsigned char* init_data,
+                                     unsigned int init_data_size, const char* session_id) {
+    return Guarded(DrmCall("addKey"), [&] {
+        VELMORA_LOG(kLog, 2) << Entry{"addKey", impl} << " Key value: " << AsText(key) << "; "
+                             << "; key_size: " << key_size << " Value of init_data is : " << AsText(init_data)
+                             << "; init_data_size: " << init_data_size;
+        // Named copies: the key is copied before the init data, whatever order the compiler picks for arguments.
+        const boost::shared_ptr<unsigned char> keyCopy = Utilities::CopyToSharedBytes(key, key_size);
+        const boost::shared_ptr<unsigned char> initDataCopy = Utilities::CopyToSharedBytes(init_data, init_data_size);
+        return StatusOf(impl->AddKey(keyCopy, key_size, initDataCopy, init_data_size,
+                                     Utilities::TextOrEmpty(session_id)));
+    });
+}
+
+UVA_STATUS DrmBackendWrapper::cancelKeyRequest(const char* session_id) {
+    return Guarded(DrmCall("cancelKeyRequest"), [&] {
+        VELMORA_LOG(kLog, 2) << Entry{"cancelKeyRequest", impl};
+        return StatusOf(impl->CancelKeyRequest(Utilities::TextOrEmpty(session_id)));
+    });
+}
+
+UVA_STATUS DrmBackendWrapper::getKeyReleases() {
+    return Guarded(DrmCall("getKeyReleases"), [&] {
+        VELMORA_LOG(kLog, 2) << Entry{"getKeyReleases", impl};
+        return StatusOf(impl->GetKeyReleases());
+    });
+}
+
+UVA_STATUS DrmBackendWrapper::addKeyReleaseCommit(const unsigned char* data, unsigned int size,
+                                                  const char* session_id) {
+    return Guarded(DrmCall("addKeyReleaseCommit"), [&] {
+        VELMORA_LOG(kLog, 2) << Entry{"addKeyReleaseCommit", impl};
+        const boost::shared_ptr<unsigned char> dataCopy = Utilities::CopyToSharedBytes(data, size);
+        return StatusOf(impl->AddKeyReleaseCommit(dataCopy, size, Utilities::TextOrEmpty(session_id)));
+    });
+}
+
+UVA_STATUS DrmBackendWrapper::sendDRMMessage(const char* msg_type, const char* msg, char*& result) {
+    return Guarded(DrmCall("sendDRMMessage"), [&] {
+        VELMORA_LOG(kLog, 2) << Entry{"sendDRMMessage", impl};
+        const std::string message = Utilities::TextOrEmpty(msg);
+        const std::string messageType = Utilities::TextOrEmpty(msg_type);
+        std::string sessionId;
+        if (!impl->SendDrmMessage(messageType, message, sessionId)) {
+            throw GenericErrorException(kSendDrmMessageFailed);
+        }
+        // The browser frees the session id with free().
+        result = static_cast<char*>(std::malloc(sessionId.size() + 1));
+        if (result == nullptr) {
+            throw GenericErrorException(kSessionIdAllocationFailed);
+        }
+        std::strcpy(result, sessionId.c_str());
+        return UVA_STATUS_OK;
+    });
+}
+
+// The media stack decrypts by itself: the browser gets no decrypters.
+UVA_STATUS DrmBackendWrapper::getDecrypter(UVADRMDecrypter*& /*decrypter*/, const unsigned char* /*key_id*/,
+                                           unsigned int /*key_id_size*/, bool /*flag*/) {
+    VELMORA_LOG(kLog, 2) << "getDecrypter";
+    return UVA_STATUS_ERROR_2;
+}
+
+UVA_STATUS DrmBackendWrapper::releaseDecrypter(UVADRMDecrypter* /*decrypter*/) {
+    VELMORA_LOG(kLog, 2) << "releaseDecrypter";
+    return UVA_STATUS_ERROR_2;
+}
+
+void DrmBackendWrapper::stopDecrypters() { VELMORA_LOG(kLog, 2) << "stopDecrypters"; }
+
+// The media stack finds the init data in the stream itself.
+UVA_STATUS DrmBackendWrapper::onInitData(const unsigned char* /*init_data*/, unsigned int /*init_data_size*/) {
+    VELMORA_LOG(kLog, 2) << "onInitData";
+    return UVA_STATUS_ERROR_2;
+}
+
+void DrmBackendWrapper::DrmBackendEventHandler(boost::shared_ptr<DrmBackendEvent> event) {
+    VELMORA_LOG(kLog, 2) << "DrmBackendEventHandler" << "; (sending event to Opera) "
+                         << Utilities::ConvertEventIdToString(event->type);
+    UVADRMEvent* browserEvent = NewBrowserEvent(*event);
+    if (browserEvent == nullptr) {
+        // The DRM wrapper has always reported these under the media wrapper's wording.
+        VELMORA_LOG(kLog, 5) << "MediaBackendEvent not handled. Event ID: "
+                             << Utilities::ConvertEventIdToString(event->type);
+        return;
+    }
+    if (client != nullptr) {
+        client->handleDRMEvent(browserEvent);  // the browser owns it from here
+        return;
+    }
+    delete browserEvent;
+    VELMORA_LOG(kLog, 5) << "DrmBackendEventHandler Event cannot be sent since client is not set!";
+}
+
+}  // namespace Wrapper
+}  // namespace Velmora
