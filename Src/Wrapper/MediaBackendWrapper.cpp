@@ -9,6 +9,7 @@
 
 #include "AvComponentWrapper.h"
 #include "CallGuard.h"
+#include "DrmBackendWrapper.h"
 #include "Log.h"
 #include "Utilities.h"
 #include "Velmora/Exceptions.h"
@@ -38,6 +39,7 @@ constexpr const char* kMimetypesOutOfMemory = "OOM in MediaBackendWrapper::getSu
 constexpr const char* kEmptyKeySystem = " Empty keySystemId is used to request DRMBackend! ";
 constexpr const char* kRequestingDrmBackend = " <><><><><><>  Uva Media Backend is requesting DRM backend! ";
 constexpr const char* kNoDrmBackend = " Unable to get DRM backend from Uva Client! value(ptrOperaContext): ";
+constexpr const char* kNotOurDrmBackend = " Dynamic cast from UVADRMBackend* to DrmBackendWrapper* failed!";
 constexpr const char* kSendingEvent = "; (sending event to Opera): ";
 constexpr const char* kEventNotHandled = "MediaBackendEvent not handled. Event ID: ";
 constexpr const char* kEventCastFailure = "Dynamic cast of Velmora::BackendEventPtr failed.";
@@ -559,6 +561,13 @@ void MediaBackendWrapper::GetDRMBackend(std::string keySystemId, IDrmBackend*& d
         VELMORA_LOG(kLog, 5) << "GetDRMBackend" << kNoDrmBackend << static_cast<const void*>(chosen);
         return;
     }
+    auto* const wrapped = dynamic_cast<DrmBackendWrapper*>(chosen);
+    if (wrapped == nullptr) {
+        VELMORA_LOG(kLog, 2) << "GetDRMBackend" << kNotOurDrmBackend;
+        return;
+    }
+    // No share is kept: the browser holds the DRM wrapper, and the wrapper holds the back-end.
+    drmBackend = wrapped->GetDrmBackendImplPtr().get();
 }
 
 // Time ranges and native size

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "DrmBackendWrapper.h"
 #include "MediaBackendWrapperFixture.h"
 #include "Velmora/Exceptions.h"
 
@@ -191,6 +192,25 @@ TEST_F(MediaQueryTest, TimeRangesArriveExactlyInANullTerminatedArrayWhateverTheA
                 ElementsAre(0.0, 4294967295.0, 10.0, 20.0));
     EXPECT_THAT(std::vector<void*>({buffered[2], seekable[0]}), Each(IsNull()));
     delete buffered[0], delete buffered[1], delete[] buffered, delete[] seekable;
+}
+
+// The media stack asks for the DRM back-end of a key system; it gets the one behind the browser's choice.
+TEST_F(MediaQueryTest, DrmRequestAnswersTheBackEndBehindTheBrowsersDrmWrapper) {
+    auto drm = boost::make_shared<NiceMock<VelmoraTest::MockDrmBackend>>();
+    Velmora::Wrapper::DrmBackendWrapper chosen(drm, nullptr);
+    Wrapper();
+    EXPECT_EQ(media->RequestDrmBackend(""), nullptr);
+    EXPECT_EQ(media->RequestDrmBackend("org.w3.clearkey"), nullptr);
+    client.drmBackendToGive = &chosen;
+    EXPECT_EQ(media->RequestDrmBackend("com.youtube.playready"), drm.get());
+    EXPECT_THAT(client.requestedKeySystems, ElementsAre("org.w3.clearkey", "com.youtube.playready"));
+    const char* const requesting = " <><><><><><>  Uva Media Backend is requesting DRM backend! ";
+    EXPECT_THAT(
+        MediaLog(),
+        ElementsAre(LogLine(2, "GetDRMBackend Empty keySystemId is used to request DRMBackend! "),
+                    LogLine(2, requesting),
+                    LogLine(5, "GetDRMBackend Unable to get DRM backend from Uva Client! value(ptrOperaContext): 0"),
+                    LogLine(2, requesting)));
 }
 
 }  // namespace
