@@ -21,7 +21,7 @@ namespace {
 
 const LogSite kLog(kMediaLogFile, __LINE__);
 
-// The media stack's texts, kept exactly (blanks included): the browser's logs are read against them.
+// Log and failure texts, kept exactly as they are (blanks, spellings and all): log readers match them.
 constexpr const char* kCastFailure = "Exception occurred while performing IMediaBackend cast.";
 constexpr const char* kCallFailure = "virtual function from IMediaBackend failed: ";
 constexpr const char* kWriteDataCallFailure = " virtual function from IMediaBackend failed: ";
@@ -535,7 +535,7 @@ UVA_STATUS MediaBackendWrapper::getSupportedMimetypes(char**& types) {
         std::vector<std::string> supported;
         Media().GetSupportedMimetypes(supported);
         types = NullTerminatedArray<char>(supported.size());
-        // A 16-bit index: longer lists wrap over their first entries. This is the browser's known limit.
+        // A 16-bit index: longer lists wrap over their first entries. A known limit, kept as it is.
         std::uint16_t index = 0;
         for (const std::string& type : supported) {
             types[index] = strdup(type.c_str());
