@@ -1,0 +1,734 @@
+#include "MediaBackendWrapper.h"
+
+#include <algorithm>
+#include <boost/make_shared.hpp>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+#include <utility>
+
+#include "AvComponentWrapper.h"
+#include "CallGuard.h"
+#include "DrmBackendWrapper.h"
+#include "Log.h"
+#include "Utilities.h"
+#include "Velmora/Exceptions.h"
+
+namespace Velmora {
+namespace Wrapper {
+
+namespace {
+
+const LogSite kLog(kMediaLogFile, __LINE__);
+
+// Log and failure texts, kept exactly as they are (blanks, spellings and all): log readers match them.
+constexpr const char* kCastFailure = "Exception occurred while performing IMediaBackend cast.";
+constexpr const char* kCallFailure = "virtual function from IMediaBackend failed: ";
+constexpr const char* kWriteDataCallFailure = " virtual function from IMediaBackend failed: ";
+constexpr const char* kInitBackendUnknownFailure = "Unknown exception caught in initBackend";
+constexpr const char* kNoClient = "MediaBackendWrapper Client is not set!";
+constexpr const char* kNoSources = "initBackend failed, since '_sources' is nullpointer";
+constexpr const char* kInvalidSourceType = " initBackend called with invalid sourceType!";
+constexpr const char* kMixedSourceTypes =
+    "SourceDescription included more than one type of sources. Looks like an error in Opera.";
+constexpr const char* kNullSource = " source param is nullpointer in MediaBackendWrapper::attachSource.";
+constexpr const char* kWrongEventType = " Wrong event type received with WriteData method";
+constexpr const char* kCannotPlayType = " Can play type returned false from MediaBackendImpl! ";
+constexpr const char* kNullUrl = "canPlayURL called with nullpointer";
+constexpr const char* kMimetypesOutOfMemory = "OOM in MediaBackendWrapper::getSupportedMimetypes!";
+constexpr const char* kEmptyKeySystem = " Empty keySystemId is used to request DRMBackend! ";
+constexpr const char* kRequestingDrmBackend = " <><><><><><>  Uva Media Backend is requesting DRM backend! ";
+constexpr const char* kNoDrmBackend = " Unable to get DRM backend from Uva Client! value(ptrOperaContext): ";
+constexpr const char* kNotOurDrmBackend = " Dynamic cast from UVADRMBackend* to DrmBackendWrapper* failed!";
+constexpr const char* kSendingEvent = "; (sending event to Opera): ";
+constexpr const char* kEventNotHandled = "MediaBackendEvent not handled. Event ID: ";
+constexpr const char* kEventCastFailure = "Dynamic cast of Velmora::BackendEventPtr failed.";
+constexpr const char* kUnknownComponentAction = "Unknown ComponentChangedEvent action!";
+constexpr const char* kEventWithoutClient = "MediaBackendEvent Event cannot be sent since client is not set!";
+// The selection refusals say "select" for both operations, and word an unknown component differently.
+constexpr const char* kNullComponent = " Uva attempts to select nullpointer AVComponent id.";
+constexpr const char* kUnknownSelectedComponent = " Uva attempts to select non-existing AVComponent id.";
+constexpr const char* kUnknownUnselectedComponent = " Uva attempts to select invalid AVComponent id.";
+constexpr const char* kComponentCastFailure =
+    "Exception occurred while performing cast from '::UVABackend::AVComponent*' to 'AvComponentWrapper*'";
+
+// The operation's name is glued to the failure sentence without a blank; the browser's logs expect that.
+CallPolicy MediaCall(const char* name, int exceptionBaseLevel = 5) {
+    return CallPolicy{&kLog, name, kCallFailure, exceptionBaseLevel};
+}
+
+// "No" is an answer, not a failure.
+UVA_STATUS AnswerOf(bool yes) { return yes ? UVA_STATUS_OK : UVA_STATUS_ERROR_2; }
+
+// A new[] array of count + 1 null entries: terminated however far it gets filled.
+template <typename Entry>
+Entry** NullTerminatedArray(std::uint64_t count) {
+    return new Entry*[count + 1]();
+}
+
+// Sources
+
+using SourceDescription = UVABackend::SourceDescription;
+
+IBackend::SourceDescriptionOperaStreaming StreamingSourceOf(const SourceDescription& source) {
+    return {source.type, source.sourceId, source.encrypted, source.trackIndex, Utilities::TextOrEmpty(source.mimeType)};
+}
+
+// The leading run of sources that share the first one's type.
+std::vector<IBackend::SourceDescriptionOperaStreaming> StreamingSourcesOf(SourceDescription* const* sources) {
+    std::vector<IBackend::SourceDescriptionOperaStreaming> records;
+    SourceDescription* const* next = sources;
+    for (; *next != nullptr && (*next)->type == sources[0]->type; ++next) {
+        records.push_back(StreamingSourceOf(**next));
+    }
+    if (*next != nullptr) {
+        VELMORA_LOG(kLog, 5) << kMixedSourceTypes;
+    }
+    return records;
+}
+
+void DeleteSources(SourceDescription** sources) {
+    for (SourceDescription** next = sources; *next != nullptr; ++next) {
+        delete *next;
+    }
+    delete[] sources;
+}
+
+// Media Source samples
+
+// Frees the nodes it still holds, so an interrupted copy leaks none of the browser's list.
+class SubSampleList {
+public:
+    explicit SubSampleList(UVABackend::MediaSample::SubSample* head) : head_(head) {}
+    ~SubSampleList() {
+        while (!Empty()) {
+            Pop();
+        }
+    }
+    SubSampleList(const SubSampleList&) = delete;
+    SubSampleList& operator=(const SubSampleList&) = delete;
+
+    bool Empty() const { return head_ == nullptr; }
+    SubSampleEncryptionInfo Pop() {
+        const std::unique_ptr<UVABackend::MediaSample::SubSample> node(head_);
+        head_ = node->next;
+        return {node->clearBytes, node->encryptedBytes};
+    }
+
+private:
+    UVABackend::MediaSample::SubSample* head_;
+};
+
+std::vector<SubSampleEncryptionInfo> TakeSubSamples(UVABackend::MediaSample& sample) {
+    std::vector<SubSampleEncryptionInfo> infos;
+    SubSampleList list(sample.takeSubSamples());
+    while (!list.Empty()) {
+        infos.push_back(list.Pop());
+    }
+    return infos;
+}
+
+// An empty buffer stays null: nothing is allocated for it.
+boost::shared_ptr<unsigned char> SharedCopyOf(const UVABackend::MediaSample::Buffer& buffer) {
+    return buffer.size() == 0 ? nullptr : Utilities::CopyToSharedBytes(buffer.bytes(), buffer.size());
+}
+
+DecoderBuffer DecoderBufferOf(UVABackend::MediaSample& sample) {
+    DecoderBuffer buffer;
+    buffer.subSamples = TakeSubSamples(sample);
+    buffer.data = SharedCopyOf(sample.data);
+    buffer.dataSize = sample.data.size();
+    buffer.keyId = SharedCopyOf(sample.keyId);
+    buffer.keyIdSize = sample.keyId.size();
+    buffer.iv = SharedCopyOf(sample.iv);
+    buffer.ivSize = sample.iv.size();
+    buffer.codecConfig = SharedCopyOf(sample.codecConfig);
+    buffer.codecConfigSize = sample.codecConfig.size();
+    buffer.streamId = sample.streamId;
+    buffer.encryptionScheme = sample.encryptionScheme;
+    buffer.timestamp = static_cast<double>(sample.timestampMs);
+    buffer.duration = sample.durationMs;
+    buffer.keyFrame = sample.keyFrame;
+    buffer.configVersion = sample.configVersion;
+    buffer.width = sample.width;
+    buffer.height = sample.height;
+    buffer.sampleRate = sample.sampleRate;
+    return buffer;
+}
+
+// One buffer per sample present; the count stays the browser's.
+boost::shared_ptr<BackendEvent> WriteMseDataOf(::NeedMSEDataEvent& answer) {
+    const auto buffers = boost::make_shared<std::vector<DecoderBuffer>>();
+    for (std::uint32_t index = 0; answer.samples != nullptr && index < answer.count; ++index) {
+        if (UVABackend::MediaSample* const sample = answer.samples[index]) {
+            buffers->push_back(DecoderBufferOf(*sample));
+        }
+    }
+    return boost::make_shared<WriteMseDataEvent>(answer.sourceId, buffers, answer.count);
+}
+
+// The browser's answer to a data request, passed on as the media stack's own event.
+void PassOnAnswer(IMediaBackend& media, UVAEvent* answer, unsigned int size, UVABackend::WriteDataStatus status) {
+    const UVAEvent::Type code = answer != nullptr ? answer->getType() : UVAEvent::RESOURCE_REVOKED;
+    if (code == UVAEvent::NEED_DATA) {
+        if (const auto* need = dynamic_cast<const ::NeedDataEvent*>(answer)) {
+            media.WriteData(
+                boost::make_shared<Velmora::NeedDataEvent>(need->sourceId, need->requestId, need->offset, need->size),
+                size, status);
+        }
+    } else if (code == UVAEvent::NEED_MSE_DATA) {
+        if (auto* need = dynamic_cast<::NeedMSEDataEvent*>(answer)) {
+            media.WriteMseData(WriteMseDataOf(*need), status);
+        }
+    } else {
+        throw GenericErrorException(kWrongEventType);
+    }
+}
+
+// Events
+
+using BrowserEvent = std::unique_ptr<UVAEvent>;
+
+// The browser's `To` filled from the media stack's `From`; null when the event is of another class.
+template <typename From, typename To, typename Fill>
+BrowserEvent Translated(const BackendEvent& event, Fill fill) {
+    const auto* from = dynamic_cast<const From*>(&event);
+    if (from == nullptr) {
+        return nullptr;
+    }
+    auto to = std::make_unique<To>();
+    fill(*from, *to);
+    return to;
+}
+
+void CopyParentalRating(const ParentalRatingEventBase& from, ::ParentalRatingEvent& to) {
+    to.contentId = Utilities::DuplicateText(from.contentId);
+    to.rating = from.rating;
+    to.drmSystemId = Utilities::DuplicateText(from.drmSystemId);
+}
+
+// The browser's version of a media event other than a component change; null when the media back-end
+// does not pass the event on or it is not of the class its code names.
+BrowserEvent Translate(const BackendEvent& event, UVAEvent::Type browserType) {
+    switch (event.type) {
+        case BackendEvent::BackendResourceRevoked:
+        case BackendEvent::PlaybackFinished:
+        case BackendEvent::DecodeError:
+        case BackendEvent::SeekCompleted:
+        case BackendEvent::VideoFrameAvailable:
+        case BackendEvent::BufferingProgress:
+        case BackendEvent::BufferingNetworkError:
+        case BackendEvent::BufferingIdle:
+        case BackendEvent::BufferingStreamBuffered:
+            return std::make_unique<UVAEvent>(browserType);
+        case BackendEvent::NeedData:
+            return Translated<Velmora::NeedDataEvent, ::NeedDataEvent>(event, [](const auto& from, auto& to) {
+                to.sourceId = from.first;
+                to.requestId = from.second;
+                to.offset = from.third;
+                to.size = from.fourth;
+            });
+        case BackendEvent::NeedMseData:
+            return Translated<Velmora::NeedMseDataEvent, ::NeedMSEDataEvent>(event, [](const auto& from, auto& to) {
+                to.sourceId = from.sourceId;
+                // Never zero, so the browser always finds a slot before the terminator it walks to.
+                to.count = from.count == 0 ? 1 : from.count;
+                to.samples = NullTerminatedArray<UVABackend::MediaSample>(to.count);
+            });
+        case BackendEvent::CancelDataRequests:
+            return Translated<Velmora::CancelDataRequestsEvent, ::CancelDataRequestsEvent>(
+                event, [](const auto& from, auto& to) {
+                    to.position = from.position;
+                    to.requestId = from.requestId;
+                });
+        case BackendEvent::DurationChanged:
+            return Translated<Velmora::DurationChangedEvent, ::DurationChangedEvent>(
+                event, [](const auto& from, auto& to) { to.duration = from.duration; });
+        case BackendEvent::VideoResized:
+            return Translated<Velmora::VideoResizedEvent, ::VideoResizedEvent>(event, [](const auto& from, auto& to) {
+                to.width = from.width;
+                to.height = from.height;
+                to.aspectRatio = from.aspectRatio;
+            });
+        case BackendEvent::DRMRightsError:
+            return Translated<Velmora::DRMRightsErrorEvent, ::DRMRightsErrorEvent>(
+                event, [](const auto& from, auto& to) {
+                    to.errorState = from.errorState;
+                    to.contentId = Utilities::DuplicateText(from.contentId);
+                    to.drmSystemId = Utilities::DuplicateText(from.drmSystemId);
+                    to.rightsIssuerUrl = Utilities::DuplicateText(from.rightsIssuerUrl);
+                });
+        case BackendEvent::ParentalRatingError:
+            return Translated<Velmora::ParentalRatingErrorEvent, ::ParentalRatingErrorEvent>(event, CopyParentalRating);
+        case BackendEvent::ParentalRatingChange:
+            return Translated<Velmora::ParentalRatingChangeEvent, ::ParentalRatingChangeEvent>(event,
+                                                                                               CopyParentalRating);
+        case BackendEvent::BufferingStreamUnderrun:
+            return Translated<Velmora::BufferingStreamUnderrunEvent, ::BufferingStreamUnderrunEvent>(
+                event, [](const auto& from, auto& to) { to.bufferLevel = from.bufferLevel; });
+        default:
+            return nullptr;
+    }
+}
+
+void LogNotHandled(BackendEvent::EventType code) {
+    VELMORA_LOG(kLog, 4) << kEventNotHandled << Utilities::ConvertEventIdToString(code);
+}
+
+// The browser's event naming `component`, which cannot be destroyed while the event names it.
+std::unique_ptr<::ComponentChangedEvent> NamingEvent(UVABackend::AVComponent* component,
+                                                     ::ComponentChangedEvent::Action action) {
+    auto named = std::make_unique<::ComponentChangedEvent>();
+    named->action = action;
+    component->preventDestruction();
+    named->component = component;
+    return named;
+}
+
+// Hands a component that never reached the browser back to the browser's protocol, which deletes it.
+struct RetireComponent {
+    void operator()(AvComponentWrapper* component) const { component->BackendMarkUnused(); }
+};
+
+}  // namespace
+
+MediaBackendWrapper::MediaBackendWrapper(boost::shared_ptr<IBackend> implementation, UVABackend::UVABackendType type,
+                                         UVAClient* eventClient)
+    : UVAMediaBackend(type), backend(std::move(implementation)), client(eventClient) {
+    if (client == nullptr) {
+        VELMORA_LOG(kLog, 5) << kNoClient;
+        eventConnection.disconnect();
+        return;
+    }
+    eventConnection = backend->ConnectEvent(gate.Bind(&MediaBackendWrapper::MediaBackendEvent, this));
+    if (auto* media = dynamic_cast<IMediaBackend*>(backend.get())) {
+        drmRequestConnection = media->ConnectDrmBackendRequest(gate.Bind(&MediaBackendWrapper::GetDRMBackend, this));
+    }
+}
+
+MediaBackendWrapper::~MediaBackendWrapper() {
+    gate.Close();
+    VELMORA_LOG(kLog, 2) << "~MediaBackendWrapper";
+    // The implementation may go before the event subscription is cut: the gate already keeps its
+    // threads out, and the media stack releases its signal with the back-end.
+    backend.reset();
+    eventConnection.disconnect();
+}
+
+boost::shared_ptr<IBackend> MediaBackendWrapper::GetMediaBackendImpl() { return backend; }
+
+IMediaBackend& MediaBackendWrapper::Media() const {
+    auto* media = dynamic_cast<IMediaBackend*>(backend.get());
+    if (media == nullptr) {
+        throw GenericErrorException(kCastFailure);
+    }
+    return *media;
+}
+
+template <typename Call>
+UVA_STATUS MediaBackendWrapper::Forward(const CallPolicy& policy, Call&& call) {
+    return Guarded(policy, [&] {
+        IMediaBackend& media = Media();
+        if constexpr (std::is_void<decltype(call(media))>::value) {
+            call(media);
+            return UVA_STATUS_OK;
+        } else {
+            return StatusOf(call(media));
+        }
+    });
+}
+
+// The forwarding family: cast, convert, call, answer.
+
+UVA_STATUS MediaBackendWrapper::setWindowId(unsigned int windowId) {
+    return Forward(MediaCall("setWindowId"), [&](IMediaBackend& media) { media.SetWindowId(windowId); });
+}
+
+UVA_STATUS MediaBackendWrapper::removeSource(unsigned int sourceId) {
+    return Forward(MediaCall("removeSource"), [&](IMediaBackend& media) { media.RemoveSource(sourceId); });
+}
+
+UVA_STATUS MediaBackendWrapper::setVideoWindow(int x, int y, int width, int height) {
+    return Forward(MediaCall("setVideoWindow"), [&](IMediaBackend& media) {
+        return media.SetVideoWindow(Utilities::MakeVideoRect(x, y, width, height));
+    });
+}
+
+UVA_STATUS MediaBackendWrapper::setClipRect(int x, int y, int width, int height) {
+    return Forward(MediaCall("setClipRect"), [&](IMediaBackend& media) {
+        return media.SetClipRect(Utilities::MakeVideoRect(x, y, width, height));
+    });
+}
+
+UVA_STATUS MediaBackendWrapper::getVideoFrame(unsigned char* buffer, unsigned int size) {
+    return Forward(MediaCall("getVideoFrame"), [&](IMediaBackend& media) { return media.GetVideoFrame(buffer, size); });
+}
+
+UVA_STATUS MediaBackendWrapper::play() {
+    return Forward(MediaCall("play"), [](IMediaBackend& media) { media.Play(); });
+}
+
+UVA_STATUS MediaBackendWrapper::stop() {
+    return Forward(MediaCall("stop"), [](IMediaBackend& media) { media.Stop(); });
+}
+
+UVA_STATUS MediaBackendWrapper::pause(bool paused) {
+    return Forward(MediaCall("pause"), [&](IMediaBackend& media) { media.Pause(paused); });
+}
+
+UVA_STATUS MediaBackendWrapper::setPlaybackRate(double rate) {
+    return Forward(MediaCall("setPlaybackRate"), [&](IMediaBackend& media) { media.SetPlaybackRate(rate); });
+}
+
+UVA_STATUS MediaBackendWrapper::setVolume(double volume) {
+    return Forward(MediaCall("setVolume"), [&](IMediaBackend& media) { media.SetVolume(volume); });
+}
+
+// Asked often while playing: a media stack that cannot answer yet is traced, not reported.
+UVA_STATUS MediaBackendWrapper::getDuration(double& duration) {
+    return Forward(MediaCall("getDuration", 2), [&](IMediaBackend& media) { return media.GetDuration(duration); });
+}
+
+UVA_STATUS MediaBackendWrapper::setContentSize(unsigned int width, unsigned int height) {
+    return Forward(MediaCall("setContentSize"), [&](IMediaBackend& media) { media.SetContentSize(width, height); });
+}
+
+UVA_STATUS MediaBackendWrapper::getPosition(double& position) {
+    return Forward(MediaCall("getPosition"), [&](IMediaBackend& media) { return media.GetPosition(position); });
+}
+
+UVA_STATUS MediaBackendWrapper::setPosition(double position) {
+    return Forward(MediaCall("setPosition"), [&](IMediaBackend& media) { return media.SetPosition(position); });
+}
+
+// The media stack knows one visibility flag; the browser's second one has no counterpart.
+UVA_STATUS MediaBackendWrapper::setVisibility(bool visible, bool /*unused*/) {
+    return Forward(MediaCall("setVisibility"), [&](IMediaBackend& media) { media.SetVisibility(visible); });
+}
+
+// The media stack takes no duration and gives no size here: `size` stays as the browser left it.
+UVA_STATUS MediaBackendWrapper::getSizeFromDuration(double /*duration*/, unsigned int& /*size*/) {
+    return Forward(MediaCall("getSizeFromDuration"), [](IMediaBackend& media) { media.GetSizeFromDuration(); });
+}
+
+UVA_STATUS MediaBackendWrapper::setFullScreen(bool fullScreen) {
+    return Forward(MediaCall("setFullScreen"), [&](IMediaBackend& media) { media.SetFullScreen(fullScreen); });
+}
+
+UVA_STATUS MediaBackendWrapper::setLoop(const char* loop) {
+    return Forward(MediaCall("setLoop"), [&](IMediaBackend& media) { media.SetLoop(Utilities::TextOrEmpty(loop)); });
+}
+
+UVA_STATUS MediaBackendWrapper::setSource(const char* url) {
+    return Forward(MediaCall("setSource"), [&](IMediaBackend& media) { media.SetSource(Utilities::TextOrEmpty(url)); });
+}
+
+UVA_STATUS MediaBackendWrapper::onListenerChanged(const char* listener) {
+    return Forward(MediaCall("onListenerChanged"),
+                   [&](IMediaBackend& media) { media.OnListenerChanged(Utilities::TextOrEmpty(listener)); });
+}
+
+// The media stack only knows "aggressive or not".
+UVA_STATUS MediaBackendWrapper::setBufferingStrategy(BufferingStrategy strategy) {
+    return Forward(MediaCall("setBufferingStrategy"),
+                   [&](IMediaBackend& media) { media.SetBufferingStrategy(strategy == BUFFERING_AGGRESSIVE); });
+}
+
+UVA_STATUS MediaBackendWrapper::getBytesInBuffer(unsigned int& bytes) {
+    return Forward(MediaCall("getBytesInBuffer"), [&](IMediaBackend& media) { media.GetBytesInBuffer(bytes); });
+}
+
+UVA_STATUS MediaBackendWrapper::setKeySystem(const char* keySystem) {
+    return Forward(MediaCall("setKeySystem"),
+                   [&](IMediaBackend& media) { media.SetKeySystem(Utilities::TextOrEmpty(keySystem)); });
+}
+
+// Queueing is accepted and dropped: the media stack plays one source at a time.
+UVA_STATUS MediaBackendWrapper::queue(const char* url) {
+    return Guarded(MediaCall("queue"), [&] {
+        VELMORA_LOG(kLog, 2) << "queue : " << Utilities::TextOrEmpty(url);
+        Media();
+        return UVA_STATUS_OK;
+    });
+}
+
+// Sources
+
+UVA_STATUS MediaBackendWrapper::initBackend(const char* url, SourceDescription** sources, bool flag) {
+    const CallPolicy policy{&kLog, "initBackend", kCallFailure, 5, kInitBackendUnknownFailure};
+    return Guarded(policy, [&] {
+        IMediaBackend& media = Media();
+        // An empty list is refused like a missing one, before any type is read.
+        if (sources == nullptr || sources[0] == nullptr) {
+            VELMORA_LOG(kLog, 5) << kNoSources;
+            return UVA_STATUS_ERROR;
+        }
+        const SourceDescription& first = *sources[0];
+        if (first.type < SourceDescription::SOURCE_VIDEO || first.type > SourceDescription::SOURCE_BACKEND_STREAMING) {
+            throw GenericErrorException(kInvalidSourceType);
+        }
+        if (first.type == SourceDescription::SOURCE_BACKEND_STREAMING) {
+            // The back-end fetches the stream itself; only the first description counts.
+            media.InitBackend(Utilities::TextOrEmpty(url),
+                              IBackend::SourceDescriptionBackendStreaming{Utilities::TextOrEmpty(first.url)}, flag);
+        } else {
+            media.InitBackend(Utilities::TextOrEmpty(url), StreamingSourcesOf(sources), flag);
+        }
+        DeleteSources(sources);
+        return UVA_STATUS_OK;
+    });
+}
+
+// Unlike initBackend, any source type is passed on.
+UVA_STATUS MediaBackendWrapper::attachSource(SourceDescription* source) {
+    return Guarded(MediaCall("attachSource"), [&] {
+        IMediaBackend& media = Media();
+        if (source == nullptr) {
+            throw GenericErrorException(kNullSource);
+        }
+        media.AttachSource(StreamingSourceOf(*source));
+        delete source;
+        return UVA_STATUS_OK;
+    });
+}
+
+// Media Source data
+
+UVA_STATUS MediaBackendWrapper::writeData(UVAEvent* event, unsigned int size, WriteDataStatus status) {
+    // The browser's event is ours whatever happens.
+    const std::unique_ptr<UVAEvent> answer(event);
+    const CallPolicy policy{&kLog, "writeData", kWriteDataCallFailure};
+    return Guarded(policy, [&] {
+        PassOnAnswer(Media(), answer.get(), size, status);
+        return UVA_STATUS_OK;
+    });
+}
+
+// Capabilities
+
+UVA_STATUS MediaBackendWrapper::canPlayType(const char* type, const char** codecs, const char* keySystem) {
+    return Guarded(MediaCall("canPlayType"), [&] {
+        IMediaBackend& media = Media();
+        std::vector<std::string> codecList;
+        for (const char** codec = codecs; codec != nullptr && *codec != nullptr; ++codec) {
+            codecList.emplace_back(*codec);
+        }
+        if (media.CanPlayType(Utilities::TextOrEmpty(type), codecList, Utilities::TextOrEmpty(keySystem))) {
+            return UVA_STATUS_OK;
+        }
+        VELMORA_LOG(kLog, 4) << kCannotPlayType;
+        return AnswerOf(false);
+    });
+}
+
+UVA_STATUS MediaBackendWrapper::canPlayURL(const char* url) {
+    return Guarded(MediaCall("canPlayURL"), [&] {
+        if (url == nullptr) {
+            throw GenericErrorException(kNullUrl);
+        }
+        return AnswerOf(Media().CanPlayURL(url));
+    });
+}
+
+UVA_STATUS MediaBackendWrapper::getSupportedMimetypes(char**& types) {
+    return Guarded(MediaCall("getSupportedMimetypes"), [&] {
+        std::vector<std::string> supported;
+        Media().GetSupportedMimetypes(supported);
+        types = NullTerminatedArray<char>(supported.size());
+        // A 16-bit index: longer lists wrap over their first entries. A known limit, kept as it is.
+        std::uint16_t index = 0;
+        for (const std::string& type : supported) {
+            types[index] = strdup(type.c_str());
+            if (types[index] == nullptr) {
+                throw GenericErrorException(kMimetypesOutOfMemory);
+            }
+            ++index;
+        }
+        types[index] = nullptr;
+        return UVA_STATUS_OK;
+    });
+}
+
+void MediaBackendWrapper::GetDRMBackend(std::string keySystemId, IDrmBackend*& drmBackend) {
+    drmBackend = nullptr;
+    if (keySystemId.empty()) {
+        VELMORA_LOG(kLog, 2) << "GetDRMBackend" << kEmptyKeySystem;
+        return;
+    }
+    VELMORA_LOG(kLog, 2) << kRequestingDrmBackend;
+    UVADRMBackend* const chosen = client->requestDRMBackend(keySystemId.c_str());
+    if (chosen == nullptr) {
+        VELMORA_LOG(kLog, 5) << "GetDRMBackend" << kNoDrmBackend << static_cast<const void*>(chosen);
+        return;
+    }
+    auto* const wrapped = dynamic_cast<DrmBackendWrapper*>(chosen);
+    if (wrapped == nullptr) {
+        VELMORA_LOG(kLog, 2) << "GetDRMBackend" << kNotOurDrmBackend;
+        return;
+    }
+    // No share is kept: the browser holds the DRM wrapper, and the wrapper holds the back-end.
+    drmBackend = wrapped->GetDrmBackendImplPtr().get();
+}
+
+// Time ranges and native size
+
+UVA_STATUS MediaBackendWrapper::ReportTimeRanges(const char* name, TimeRangeQuery query, TimeRange**& timeRanges) {
+    return Guarded(MediaCall(name), [&] {
+        std::vector<IBackend::ByteRange> byteRanges;  // not reported to the browser
+        std::vector<IBackend::TimeRange> ranges;
+        const bool answer = (Media().*query)(byteRanges, ranges);
+        timeRanges = NullTerminatedArray<TimeRange>(ranges.size());
+        for (std::size_t index = 0; index < ranges.size(); ++index) {
+            // In the media stack's own unit, unscaled; exact, as every 32-bit value is a double.
+            timeRanges[index] =
+                new TimeRange{static_cast<double>(ranges[index].start), static_cast<double>(ranges[index].end)};
+        }
+        return StatusOf(answer);
+    });
+}
+
+UVA_STATUS MediaBackendWrapper::getBufferedTimeRanges(ByteRange** /*byteRanges*/, TimeRange**& timeRanges) {
+    return ReportTimeRanges("getBufferedTimeRanges", &IMediaBackend::GetBufferedTimeRanges, timeRanges);
+}
+
+UVA_STATUS MediaBackendWrapper::getSeekableTimeRanges(ByteRange** /*byteRanges*/, TimeRange**& timeRanges) {
+    return ReportTimeRanges("getSeekableTimeRanges", &IMediaBackend::GetSeekableTimeRanges, timeRanges);
+}
+
+UVA_STATUS MediaBackendWrapper::getNativeSize(int& width, int& height, double& aspectRatio) {
+    return Guarded(MediaCall("getNativeSize"), [&] {
+        unsigned short nativeWidth = 0;
+        unsigned short nativeHeight = 0;
+        const bool answer = Media().GetNativeSize(nativeWidth, nativeHeight, aspectRatio);
+        width = nativeWidth;
+        height = nativeHeight;
+        VELMORA_LOG(kLog, 2) << "getNativeSize; " << width << "; " << height << "; ";
+        return StatusOf(answer);
+    });
+}
+
+// Component selection
+
+UVA_STATUS MediaBackendWrapper::selectComponent(AVComponent* component) {
+    return PassOnSelection("selectComponent", kUnknownSelectedComponent, &IMediaBackend::SelectComponent, component);
+}
+
+UVA_STATUS MediaBackendWrapper::unselectComponent(AVComponent* component) {
+    return PassOnSelection("unselectComponent", kUnknownUnselectedComponent, &IMediaBackend::UnselectComponent,
+                           component);
+}
+
+UVA_STATUS MediaBackendWrapper::PassOnSelection(const char* name, const char* unknownComponentText,
+                                                void (IMediaBackend::*selection)(IAvComponent*),
+                                                AVComponent* component) {
+    return Guarded(MediaCall(name), [&] {
+        IMediaBackend& media = Media();
+        if (component == nullptr) {
+            VELMORA_LOG(kLog, 5) << name << kNullComponent;
+            return UVA_STATUS_ERROR;
+        }
+        const auto entry = componentMap.find(component);
+        if (entry == componentMap.end()) {
+            VELMORA_LOG(kLog, 5) << name << unknownComponentText;
+            return UVA_STATUS_ERROR;
+        }
+        const auto* shown = dynamic_cast<const AvComponentWrapper*>(component);
+        if (shown == nullptr) {
+            throw GenericErrorException(kComponentCastFailure);
+        }
+        // Only a component the media stack reports active can be selected or unselected.
+        if (shown->state == 0) {
+            return UVA_STATUS_ERROR;
+        }
+        (media.*selection)(entry->second);
+        return UVA_STATUS_OK;
+    });
+}
+
+// Events
+
+void MediaBackendWrapper::MediaBackendEvent(boost::shared_ptr<BackendEvent> event) {
+    const BackendEvent::EventType code = event->type;
+    VELMORA_LOG(kLog, 2) << "MediaBackendEvent" << kSendingEvent << Utilities::ConvertEventIdToString(code);
+    if (code == BackendEvent::ComponentChanged) {
+        OnComponentChanged(*event);
+        return;
+    }
+    UVAEvent::Type browserType = UVAEvent::RESOURCE_REVOKED;
+    BrowserEvent translated;
+    if (Utilities::ToBrowserEventType(code, browserType)) {
+        translated = Translate(*event, browserType);
+    }
+    if (translated == nullptr) {
+        LogNotHandled(code);
+        return;
+    }
+    Send(std::move(translated));
+}
+
+void MediaBackendWrapper::OnComponentChanged(const BackendEvent& event) {
+    const auto* change = dynamic_cast<const ComponentChangedEvent*>(&event);
+    if (change == nullptr) {
+        throw GenericErrorException(kEventCastFailure);
+    }
+    switch (change->action) {
+        case ComponentChangedEvent::Added: {
+            if (change->component == nullptr) {
+                LogNotHandled(event.type);
+                return;
+            }
+            std::unique_ptr<AvComponentWrapper, RetireComponent> created(new AvComponentWrapper(change->component));
+            componentMap.emplace(created.get(), change->component);
+            AvComponentWrapper* const added = created.release();
+            auto named = NamingEvent(added, ::ComponentChangedEvent::ADDED);
+            VELMORA_LOG(kLog, 2) << "Component ADDED: " << static_cast<const void*>(added);
+            Send(std::move(named));
+            return;
+        }
+        case ComponentChangedEvent::Removed: {
+            const auto entry = FindComponent(change->component);
+            if (entry == componentMap.end()) {
+                LogNotHandled(event.type);
+                return;
+            }
+            AVComponent* const removed = entry->first;
+            VELMORA_LOG(kLog, 2) << "Component to be REMOVED: " << static_cast<const void*>(removed);
+            Send(NamingEvent(removed, ::ComponentChangedEvent::REMOVED));
+            // From here on the browser's protocol decides when the component goes.
+            if (auto* retired = dynamic_cast<AvComponentWrapper*>(removed)) {
+                retired->BackendMarkUnused();
+            }
+            componentMap.erase(entry);
+            return;
+        }
+        case ComponentChangedEvent::Changed: {
+            const auto entry = FindComponent(change->component);
+            if (entry == componentMap.end()) {
+                LogNotHandled(event.type);
+                return;
+            }
+            Send(NamingEvent(entry->first, ::ComponentChangedEvent::CHANGED));
+            return;
+        }
+        default:
+            throw GenericErrorException(kUnknownComponentAction);
+    }
+}
+
+std::map<UVABackend::AVComponent*, IAvComponent*>::iterator MediaBackendWrapper::FindComponent(
+    const IAvComponent* component) {
+    return std::find_if(componentMap.begin(), componentMap.end(),
+                        [component](const auto& entry) { return entry.second == component; });
+}
+
+void MediaBackendWrapper::Send(std::unique_ptr<UVAEvent> event) {
+    if (client == nullptr) {
+        event.reset();
+        VELMORA_LOG(kLog, 5) << kEventWithoutClient;
+        return;
+    }
+    client->handleEvent(event.release());
+}
+
+}  // namespace Wrapper
+}  // namespace Velmora

@@ -1,0 +1,104 @@
+#pragma once
+// The browser's media (and Media Source) back-end: hands every browser call to the media stack's
+// IMediaBackend, translates the media stack's events into the browser's, and keeps the components it
+// showed the browser paired with the media stack's own.
+
+#include <boost/shared_ptr.hpp>
+#include <boost/signals2/connection.hpp>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "SlotGate.h"
+#include "Uva/UVAClient.h"
+#include "Uva/UVAMediaBackend.h"
+#include "Velmora/BackendEvents.h"
+#include "Velmora/IAvComponent.h"
+#include "Velmora/IBackend.h"
+#include "Velmora/IDrmBackend.h"
+#include "Velmora/IMediaBackend.h"
+
+namespace Velmora {
+namespace Wrapper {
+
+struct CallPolicy;
+
+class MediaBackendWrapper : public UVAMediaBackend {
+public:
+    // Subscribes to the back-end's events only when there is a client to hand them to.
+    MediaBackendWrapper(boost::shared_ptr<IBackend> backend, UVABackend::UVABackendType type, UVAClient* client);
+    ~MediaBackendWrapper() override;
+
+    boost::shared_ptr<IBackend> GetMediaBackendImpl();
+
+    UVA_STATUS initBackend(const char* url, SourceDescription** sources, bool flag) override;
+    UVA_STATUS attachSource(SourceDescription* source) override;
+    UVA_STATUS removeSource(unsigned int sourceId) override;
+    UVA_STATUS setSource(const char* url) override;
+    UVA_STATUS queue(const char* url) override;
+    UVA_STATUS setLoop(const char* loop) override;
+    UVA_STATUS setWindowId(unsigned int windowId) override;
+    UVA_STATUS setVideoWindow(int x, int y, int width, int height) override;
+    UVA_STATUS setClipRect(int x, int y, int width, int height) override;
+    UVA_STATUS getNativeSize(int& width, int& height, double& aspectRatio) override;
+    UVA_STATUS getVideoFrame(unsigned char* buffer, unsigned int size) override;
+    UVA_STATUS getBufferedTimeRanges(ByteRange** byteRanges, TimeRange**& timeRanges) override;
+    UVA_STATUS getSeekableTimeRanges(ByteRange** byteRanges, TimeRange**& timeRanges) override;
+    UVA_STATUS canPlayURL(const char* url) override;
+    UVA_STATUS canPlayType(const char* type, const char** codecs, const char* keySystem) override;
+    UVA_STATUS getSupportedMimetypes(char**& types) override;
+    UVA_STATUS play() override;
+    UVA_STATUS stop() override;
+    UVA_STATUS pause(bool paused) override;
+    UVA_STATUS setPlaybackRate(double rate) override;
+    UVA_STATUS setVolume(double volume) override;
+    UVA_STATUS getDuration(double& duration) override;
+    UVA_STATUS setContentSize(unsigned int width, unsigned int height) override;
+    UVA_STATUS getPosition(double& position) override;
+    UVA_STATUS setPosition(double position) override;
+    UVA_STATUS setVisibility(bool visible, bool unused) override;
+    UVA_STATUS getSizeFromDuration(double duration, unsigned int& size) override;
+    UVA_STATUS writeData(UVAEvent* event, unsigned int size, WriteDataStatus status) override;
+    UVA_STATUS setFullScreen(bool fullScreen) override;
+    UVA_STATUS onListenerChanged(const char* listener) override;
+    UVA_STATUS setBufferingStrategy(BufferingStrategy strategy) override;
+    UVA_STATUS getBytesInBuffer(unsigned int& bytes) override;
+    UVA_STATUS setKeySystem(const char* keySystem) override;
+    UVA_STATUS selectComponent(AVComponent* component) override;
+    UVA_STATUS unselectComponent(AVComponent* component) override;
+
+    // Runs on the media stack's thread: hands the browser its version of `event`.
+    void MediaBackendEvent(boost::shared_ptr<BackendEvent> event);
+    // Runs on the media stack's thread: the DRM back-end the browser chose for `keySystemId`, or null.
+    void GetDRMBackend(std::string keySystemId, IDrmBackend*& drmBackend);
+
+private:
+    // The back-end as an IMediaBackend; throws when there is none.
+    IMediaBackend& Media() const;
+
+    // The guard around one call into the media stack: a call answering nothing gives 1, a bool its status.
+    template <typename Call>
+    UVA_STATUS Forward(const CallPolicy& policy, Call&& call);
+
+    using TimeRangeQuery = bool (IMediaBackend::*)(std::vector<IBackend::ByteRange>&,
+                                                   std::vector<IBackend::TimeRange>&);
+    UVA_STATUS ReportTimeRanges(const char* name, TimeRangeQuery query, TimeRange**& timeRanges);
+    UVA_STATUS PassOnSelection(const char* name, const char* unknownComponentText,
+                               void (IMediaBackend::*selection)(IAvComponent*), AVComponent* component);
+
+    // The component events: the browser's component objects are created, named and retired here.
+    void OnComponentChanged(const BackendEvent& event);
+    std::map<AVComponent*, IAvComponent*>::iterator FindComponent(const IAvComponent* component);
+    void Send(std::unique_ptr<UVAEvent> event);
+
+    boost::signals2::scoped_connection eventConnection;
+    boost::signals2::scoped_connection drmRequestConnection;
+    std::map<UVABackend::AVComponent*, IAvComponent*> componentMap;
+    boost::shared_ptr<IBackend> backend;
+    UVAClient* client;
+    SlotGate gate;
+};
+
+}  // namespace Wrapper
+}  // namespace Velmora

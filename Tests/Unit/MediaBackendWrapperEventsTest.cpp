@@ -1,0 +1,152 @@
+#include <functional>
+#include <sstream>
+#include <string>
+
+#include "MediaBackendWrapperFixture.h"
+#include "Velmora/Exceptions.h"
+
+namespace {
+
+using namespace ::testing;
+namespace Stack = Velmora;  // the media stack's side
+using Stack::BackendEvent;
+using VelmoraTest::Lines;
+using VelmoraTest::LogLine;
+using Action = Stack::ComponentChangedEvent::Action;
+
+constexpr int kNotHandedOn = -1;
+
+struct Translation {
+    const char* name;  // as the log names the media stack's event
+    std::function<BackendEvent*()> raise;
+    int browserType;
+    std::string fields = "";
+};
+
+void PrintTo(const Translation& translation, std::ostream* out) { *out << translation.name; }
+
+template <typename Event, typename... Args>
+std::function<BackendEvent*()> New(Args... args) {
+    return [=] { return new Event(args...); };
+}
+
+std::function<BackendEvent*()> Plain(int code) { return New<BackendEvent>(static_cast<BackendEvent::EventType>(code)); }
+
+std::string Text(const char* text) { return text == nullptr ? "<null>" : text; }
+
+// The fields of the browser's event, in its class's order; the samples array up to its terminator.
+std::string Fields(UVAEvent& event) {
+    std::ostringstream out;
+    if (auto* e = dynamic_cast<::NeedDataEvent*>(&event)) {
+        out << e->sourceId << ' ' << e->requestId << ' ' << e->offset << ' ' << e->size;
+    } else if (auto* e = dynamic_cast<::NeedMSEDataEvent*>(&event)) {
+        out << e->sourceId << ' ' << e->count;
+        for (std::uint32_t index = 0; index <= e->count; ++index) {
+            out << (e->samples[index] == nullptr ? " null" : " sample");
+        }
+    } else if (auto* e = dynamic_cast<::CancelDataRequestsEvent*>(&event)) {
+        out << e->position << ' ' << e->requestId;
+    } else if (auto* e = dynamic_cast<::DurationChangedEvent*>(&event)) {
+        out << e->duration;
+    } else if (auto* e = dynamic_cast<::VideoResizedEvent*>(&event)) {
+        out << e->width << ' ' << e->height << ' ' << e->aspectRatio;
+    } else if (auto* e = dynamic_cast<::DRMRightsErrorEvent*>(&event)) {
+        out << e->errorState << ' ' << Text(e->contentId) << ' ' << Text(e->drmSystemId) << ' '
+            << Text(e->rightsIssuerUrl);
+    } else if (auto* e = dynamic_cast<::ParentalRatingEvent*>(&event)) {
+        out << Text(e->contentId) << ' ' << e->rating << ' ' << Text(e->drmSystemId);
+    } else if (auto* e = dynamic_cast<::BufferingStreamUnderrunEvent*>(&event)) {
+        out << e->bufferLevel;
+    }
+    return out.str();
+}
+
+// clang-format off
+const Translation kTranslations[] = {
+    {"BackendResourceRevoked", Plain(0), 0}, {"PlaybackFinished", Plain(5), 4}, {"DecodeError", Plain(8), 7},
+    {"SeekCompleted", Plain(9), 8}, {"VideoFrameAvailable", Plain(10), 9}, {"BufferingProgress", Plain(20), 19},
+    {"BufferingNetworkError", Plain(21), 20}, {"BufferingIdle", Plain(22), 21},
+    {"BufferingStreamBuffered", Plain(24), 23},
+    {"NeedData", New<Stack::NeedDataEvent>(1, 2, 3, 4), 1, "1 2 3 4"},
+    {"NeedMseData", New<Stack::NeedMseDataEvent>(9, 0u), 2, "9 1 null null"},
+    {"NeedMseData", New<Stack::NeedMseDataEvent>(9, 3u), 2, "9 3 null null null null"},
+    {"CancelDataRequests", New<Stack::CancelDataRequestsEvent>(12.5, 4), 3, "12.5 4"},
+    {"DurationChanged", New<Stack::DurationChangedEvent>(61.5), 5, "61.5"},
+    {"VideoResized", New<Stack::VideoResizedEvent>(65535, 1080, 1.777), 6, "65535 1080 1.777"},
+    {"DRMRightsError", New<Stack::DRMRightsErrorEvent>(3, "cid", "sys", nullptr), 10, "3 cid sys <null>"},
+    {"ParentalRatingError", New<Stack::ParentalRatingErrorEvent>("cid", nullptr, 18), 11, "cid 18 <null>"},
+    {"ParentalRatingChange", New<Stack::ParentalRatingChangeEvent>(nullptr, "sys", 12), 12, "<null> 12 sys"},
+    {"BufferingStreamUnderrun", New<Stack::BufferingStreamUnderrunEvent>(40), 22, "40"},
+    {"WriteMseData", New<Stack::WriteMseDataEvent>(1, nullptr, 0u), kNotHandedOn},
+    {"BroadcastPlaystateChange", New<Stack::BroadcastPlaystateChangeEvent>(1, 0), kNotHandedOn},
+    {"SubtitlesChanged", New<Stack::SubtitlesChangedEvent>("eng"), kNotHandedOn},
+    {"Unknown event ID", Plain(40), kNotHandedOn},
+    {"DurationChanged", Plain(6), kNotHandedOn},  // the code names a class the event is not of
+};
+// clang-format on
+
+class MediaEventTest : public VelmoraTest::MediaWrapperTest, public WithParamInterface<Translation> {};
+
+TEST_P(MediaEventTest, ReachesTheBrowserAsItsOwnEventOrIsLoggedAsNotHandled) {
+    Raise(GetParam().raise());
+    const std::string name = GetParam().name;
+    Lines expected{LogLine(2, "MediaBackendEvent; (sending event to Opera): " + name)};
+    if (GetParam().browserType == kNotHandedOn) {
+        expected.push_back(LogLine(4, "MediaBackendEvent not handled. Event ID: " + name));
+    } else {
+        ASSERT_EQ(client.events.Count(), 1u);
+        EXPECT_EQ(client.events.At(0)->type, GetParam().browserType);
+        EXPECT_EQ(Fields(*client.events.At(0)), GetParam().fields);
+    }
+    EXPECT_THAT(MediaLog(), ElementsAreArray(expected));
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryEventCode, MediaEventTest, ValuesIn(kTranslations));
+
+using MediaComponentTest = VelmoraTest::MediaWrapperTest;
+
+TEST_F(MediaComponentTest, ComponentIsShownSelectableWhileActiveAndRetiredOnRemoval) {
+    NiceMock<VelmoraTest::MockAvComponent> audio("deu");
+    EXPECT_CALL(*media, SelectComponent(&audio));  // once: not while the component is inactive
+    EXPECT_CALL(*media, UnselectComponent(&audio)).WillOnce(Throw(Stack::ExceptionBase(3, "busy")));
+    Raise(new Stack::ComponentChangedEvent(&audio, Action::Added));
+    UVABackend::AVComponent* const shown = client.events.At<::ComponentChangedEvent>(0)->component;
+    EXPECT_STREQ(shown->language, "deu");
+    EXPECT_EQ(Wrapper().selectComponent(shown), UVA_STATUS_ERROR);
+    audio.SetActive(true);
+    EXPECT_EQ(Wrapper().selectComponent(shown), UVA_STATUS_OK);
+    EXPECT_EQ(Wrapper().unselectComponent(shown), UVA_STATUS_ERROR_3);
+    Raise(new Stack::ComponentChangedEvent(&audio, Action::Changed));
+    Raise(new Stack::ComponentChangedEvent(&audio, Action::Removed));
+    EXPECT_EQ(shown->state, 0);
+    EXPECT_EQ(Wrapper().unselectComponent(shown), UVA_STATUS_ERROR);  // still named by events, no longer known
+    EXPECT_EQ(Wrapper().selectComponent(nullptr), UVA_STATUS_ERROR);
+    ASSERT_EQ(client.events.Count(), 3u);
+    for (const auto& [index, action] : {std::pair{0, 0}, std::pair{1, 2}, std::pair{2, 1}}) {
+        EXPECT_EQ(client.events.At<::ComponentChangedEvent>(index)->component, shown);
+        EXPECT_EQ(client.events.At<::ComponentChangedEvent>(index)->action, action);
+    }
+    std::ostringstream address;
+    address << static_cast<const void*>(shown);
+    EXPECT_THAT(MediaLog(), IsSupersetOf(Lines{
+                                LogLine(2, "Component ADDED: " + address.str()), LogLine(5, "Exception type 3: busy"),
+                                LogLine(2, "Component to be REMOVED: " + address.str()),
+                                LogLine(5, "unselectComponent Uva attempts to select invalid AVComponent id."),
+                                LogLine(5, "selectComponent Uva attempts to select nullpointer AVComponent id.")}));
+}
+
+TEST_F(MediaComponentTest, UnknownComponentsAreNotHandledAndMalformedChangesThrow) {
+    NiceMock<VelmoraTest::MockAvComponent> video("", 0);
+    Raise(new Stack::ComponentChangedEvent(&video, Action::Removed));
+    Raise(new Stack::ComponentChangedEvent(&video, Action::Changed));
+    EXPECT_EQ(Wrapper().selectComponent(reinterpret_cast<UVABackend::AVComponent*>(&video)), UVA_STATUS_ERROR);
+    EXPECT_THROW(Raise(new Stack::ComponentChangedEvent(&video, 3)), Stack::GenericErrorException);
+    EXPECT_THROW(Raise(new BackendEvent(BackendEvent::ComponentChanged)), Stack::GenericErrorException);
+    EXPECT_EQ(client.events.Count(), 0u);
+    EXPECT_THAT(MediaLog(),
+                IsSupersetOf(Lines{LogLine(4, "MediaBackendEvent not handled. Event ID: ComponentChanged"),
+                                   LogLine(4, "MediaBackendEvent not handled. Event ID: ComponentChanged"),
+                                   LogLine(5, "selectComponent Uva attempts to select non-existing AVComponent id.")}));
+}
+
+}  // namespace

@@ -1,0 +1,187 @@
+#include <functional>
+#include <stdexcept>
+#include <string>
+
+#include "MediaBackendWrapperFixture.h"
+#include "Velmora/Exceptions.h"
+
+namespace {
+
+using namespace ::testing;
+using Velmora::ExceptionBase;
+using VelmoraTest::Lines;
+using VelmoraTest::LogLine;
+using VelmoraTest::MediaBackendWrapper;
+using VelmoraTest::MockMediaBackend;
+
+constexpr UVA_STATUS kOk = UVA_STATUS_OK;
+constexpr UVA_STATUS kNo = UVA_STATUS_ERROR;
+
+// The media stack answers `value`, or throws through `raise`.
+struct Answer {
+    bool value;
+    std::function<void()> raise;
+};
+
+template <typename Result>
+auto Respond(Answer answer) {
+    return InvokeWithoutArgs([answer]() -> Result {
+        if (answer.raise) {
+            answer.raise();
+        }
+        return static_cast<Result>(answer.value);
+    });
+}
+
+struct Forwarder {
+    const char* name;  // as the failure line writes it
+    std::function<UVA_STATUS(MediaBackendWrapper&)> call;
+    std::function<void(MockMediaBackend&, const Answer&)> expect;  // the exact call the media stack must see
+    UVA_STATUS whenTrue;
+    UVA_STATUS whenFalse;
+    int exceptionLevel = 5;
+};
+
+void PrintTo(const Forwarder& forwarder, std::ostream* out) { *out << forwarder.name; }
+
+MATCHER_P4(Rect, x, y, width, height, "") {
+    return arg.x == x && arg.y == y && arg.width == width && arg.height == height;
+}
+
+double someDouble = 0.0;
+unsigned someCount = 0;
+unsigned char frame[4];
+
+#define OP(operation) [](MediaBackendWrapper& wrapper) { return wrapper.operation; }
+#define EXPECTS(Result, call) \
+    [](MockMediaBackend& media, const Answer& answer) { EXPECT_CALL(media, call).WillOnce(Respond<Result>(answer)); }
+
+const Forwarder kForwarders[] = {
+    {"setWindowId", OP(setWindowId(7)), EXPECTS(void, SetWindowId(7u)), kOk, kOk},
+    {"removeSource", OP(removeSource(3)), EXPECTS(void, RemoveSource(3u)), kOk, kOk},
+    {"setVideoWindow", OP(setVideoWindow(10, 20, 300, 400)), EXPECTS(bool, SetVideoWindow(Rect(10, 20, 400, 300))), kOk,
+     kNo},
+    {"setClipRect", OP(setClipRect(-1, 2, 70000, 5)), EXPECTS(bool, SetClipRect(Rect(-1, 2, 5, 4464))), kOk, kNo},
+    {"getVideoFrame", OP(getVideoFrame(frame, 4)), EXPECTS(bool, GetVideoFrame(frame, 4u)), kOk, kNo},
+    {"canPlayURL", OP(canPlayURL("http://a")), EXPECTS(bool, CanPlayURL("http://a")), kOk, UVA_STATUS_ERROR_2},
+    {"play", OP(play()), EXPECTS(void, Play()), kOk, kOk},
+    {"stop", OP(stop()), EXPECTS(void, Stop()), kOk, kOk},
+    {"pause", OP(pause(true)), EXPECTS(void, Pause(true)), kOk, kOk},
+    {"setPlaybackRate", OP(setPlaybackRate(-2.0)), EXPECTS(void, SetPlaybackRate(-2.0)), kOk, kOk},
+    {"setVolume", OP(setVolume(0.25)), EXPECTS(void, SetVolume(0.25)), kOk, kOk},
+    {"getDuration", OP(getDuration(someDouble)), EXPECTS(bool, GetDuration(Ref(someDouble))), kOk, kNo, 2},
+    {"setContentSize", OP(setContentSize(640, 480)), EXPECTS(void, SetContentSize(640u, 480u)), kOk, kOk},
+    {"getPosition", OP(getPosition(someDouble)), EXPECTS(bool, GetPosition(Ref(someDouble))), kOk, kNo},
+    {"setPosition", OP(setPosition(12.5)), EXPECTS(bool, SetPosition(12.5)), kOk, kNo},
+    {"setVisibility", OP(setVisibility(true, false)), EXPECTS(void, SetVisibility(true)), kOk, kOk},
+    {"setVisibility", OP(setVisibility(false, true)), EXPECTS(void, SetVisibility(false)), kOk, kOk},
+    {"getSizeFromDuration", OP(getSizeFromDuration(5.0, someCount)), EXPECTS(void, GetSizeFromDuration()), kOk, kOk},
+    {"setFullScreen", OP(setFullScreen(true)), EXPECTS(void, SetFullScreen(true)), kOk, kOk},
+    {"setLoop", OP(setLoop("true")), EXPECTS(void, SetLoop("true")), kOk, kOk},
+    {"setSource", OP(setSource(nullptr)), EXPECTS(void, SetSource("")), kOk, kOk},
+    {"onListenerChanged", OP(onListenerChanged("ended")), EXPECTS(void, OnListenerChanged("ended")), kOk, kOk},
+    {"setBufferingStrategy", OP(setBufferingStrategy(UVABackend::BUFFERING_AGGRESSIVE)),
+     EXPECTS(void, SetBufferingStrategy(true)), kOk, kOk},
+    {"setBufferingStrategy", OP(setBufferingStrategy(UVABackend::BUFFERING_CONSERVATIVE)),
+     EXPECTS(void, SetBufferingStrategy(false)), kOk, kOk},
+    {"getBytesInBuffer", OP(getBytesInBuffer(someCount)), EXPECTS(void, GetBytesInBuffer(Ref(someCount))), kOk, kOk},
+    {"setKeySystem", OP(setKeySystem(nullptr)), EXPECTS(void, SetKeySystem("")), kOk, kOk},
+};
+
+class MediaForwardingTest : public VelmoraTest::MediaWrapperTest, public WithParamInterface<Forwarder> {};
+
+TEST_P(MediaForwardingTest, HandsOnTheArgumentsAndAnswersWithTheResult) {
+    someCount = 77;
+    for (const bool value : {true, false}) {
+        GetParam().expect(*media, Answer{value, nullptr});
+        EXPECT_EQ(GetParam().call(Wrapper()), value ? GetParam().whenTrue : GetParam().whenFalse);
+    }
+    EXPECT_EQ(someCount, 77u) << "what the media stack did not fill stays untouched";
+    EXPECT_THAT(MediaLog(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryForwarder, MediaForwardingTest, ValuesIn(kForwarders));
+
+enum Caught { kBase, kStandard, kOther };
+
+struct Failure {
+    const char* name;
+    std::function<void()> raise;  // null: the back-end is not a media back-end
+    UVA_STATUS status;
+    Caught caught;
+    std::string line;  // for a standard exception, what follows the operation's name
+    Lines more = {};
+};
+
+void PrintTo(const Failure& failure, std::ostream* out) { *out << failure.name; }
+
+template <typename Exception>
+std::function<void()> Throws(Exception exception) {
+    return [exception] { throw exception; };
+}
+
+// clang-format off
+const Failure kFailures[] = {
+    {"generic", Throws(Velmora::GenericErrorException("lost")), kNo, kBase, "Exception type 1: lost"},
+    {"type_2", Throws(ExceptionBase(2, "no")), UVA_STATUS_ERROR_2, kBase, "Exception type 2: no"},
+    {"type_3", Throws(ExceptionBase(3, "busy")), UVA_STATUS_ERROR_3, kBase, "Exception type 3: busy"},
+    {"type_4", Throws(ExceptionBase(4, "later")), UVA_STATUS_ERROR_2, kBase, "Exception type 4: later"},
+    {"type_7", Throws(ExceptionBase(7, "odd")), kNo, kBase, "Exception type 7: odd",
+     {LogLine(5, "Unknown error type caught: 7")}},
+    {"standard", Throws(std::runtime_error("x")), kNo, kStandard, "virtual function from IMediaBackend failed: x"},
+    {"int", Throws(7), kNo, kOther, "Unknown exception caught"},
+    {"not_media", nullptr, kNo, kBase, "Exception type 1: Exception occurred while performing IMediaBackend cast."},
+};
+// clang-format on
+
+class MediaFailureTest : public VelmoraTest::MediaWrapperTest,
+                         public WithParamInterface<std::tuple<Forwarder, Failure>> {};
+
+TEST_P(MediaFailureTest, AnswersAStatusLogsTheFailureAndStaysUsable) {
+    const auto& [forwarder, failure] = GetParam();
+    if (failure.raise) {
+        forwarder.expect(*media, Answer{true, failure.raise});
+    } else {
+        backend = boost::make_shared<NiceMock<VelmoraTest::MockVideoBroadcastBackend>>();
+    }
+    EXPECT_EQ(forwarder.call(Wrapper()), failure.status);
+    Lines expected{LogLine(failure.caught == kBase ? forwarder.exceptionLevel : 5,
+                           (failure.caught == kStandard ? forwarder.name : "") + failure.line)};
+    expected.insert(expected.end(), failure.more.begin(), failure.more.end());
+    EXPECT_THAT(MediaLog(), ElementsAreArray(expected));
+    if (failure.raise) {
+        forwarder.expect(*media, Answer{true, nullptr});
+        EXPECT_EQ(forwarder.call(Wrapper()), forwarder.whenTrue);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryForwarderAndFailure, MediaFailureTest,
+                         Combine(ValuesIn(kForwarders), ValuesIn(kFailures)));
+
+using MediaLifetimeTest = VelmoraTest::MediaWrapperTest;
+
+// Subscribes only with a client, to DRM requests only of a media back-end, and lets go of the media stack
+// while still subscribed.
+TEST_F(MediaLifetimeTest, SubscribesAsItsClientAndBackEndAllowAndReleasesTheBackEndFirst) {
+    std::size_t slotsWhenReleased = 0;
+    boost::shared_ptr<MockMediaBackend> held(new NiceMock<MockMediaBackend>, [&](MockMediaBackend* released) {
+        slotsWhenReleased = released->events.num_slots() + released->drmRequests.num_slots();
+        delete released;
+    });
+    auto owner = std::make_unique<MediaBackendWrapper>(held, UVABackend::TYPE_MEDIA, &client);
+    {
+        const MediaBackendWrapper withoutClient(held, UVABackend::TYPE_MEDIA, nullptr);
+        const MediaBackendWrapper notMedia(boost::make_shared<NiceMock<VelmoraTest::MockVideoBroadcastBackend>>(),
+                                           UVABackend::TYPE_MEDIA, &client);
+        EXPECT_EQ(held->events.num_slots() + held->drmRequests.num_slots(), 2u);
+        EXPECT_EQ(owner->GetMediaBackendImpl(), held);
+    }
+    held.reset();
+    owner.reset();
+    EXPECT_EQ(slotsWhenReleased, 2u);
+    EXPECT_THAT(MediaLog(),
+                ElementsAre(LogLine(5, "MediaBackendWrapper Client is not set!"), LogLine(2, "~MediaBackendWrapper"),
+                            LogLine(2, "~MediaBackendWrapper"), LogLine(2, "~MediaBackendWrapper")));
+}
+
+}  // namespace
