@@ -19,6 +19,7 @@ namespace {
 
 const LogSite kLog(kDrmLogFile, __LINE__);
 
+constexpr const char* kMissingBackend = "Exception occurred while performing IDrmBackend cast.";
 constexpr const char* kDrmFailureSentence = "virtual function from IDrmBackend failed: ";
 // What getId and getOIPFId answer when the back-end fails; one constant, so always the same pointer.
 constexpr const char* kNotAvailable = "NA";
@@ -125,6 +126,9 @@ DrmBackendWrapper::DrmBackendWrapper(boost::shared_ptr<IDrmBackend> impl, UVADRM
         VELMORA_LOG(kLog, 5) << "DrmBackendWrapper Client is not set!";
         return;
     }
+    if (!this->impl) {
+        return;
+    }
     eventConnection = this->impl->ConnectDrmEvent(gate.Bind(&DrmBackendWrapper::DrmBackendEventHandler, this));
 }
 
@@ -133,18 +137,26 @@ DrmBackendWrapper::~DrmBackendWrapper() { gate.Close(); }
 
 boost::shared_ptr<IDrmBackend> DrmBackendWrapper::GetDrmBackendImplPtr() { return impl; }
 
+// Thrown inside the guards, so a wrapper around no back-end answers every operation with a failure.
+IDrmBackend& DrmBackendWrapper::Drm() const {
+    if (!impl) {
+        throw GenericErrorException(kMissingBackend);
+    }
+    return *impl;
+}
+
 const char* DrmBackendWrapper::getId() const {
     return Guarded(DrmCall("getId"), kNotAvailable, [&] {
         VELMORA_LOG(kLog, 2) << Entry{"getId", impl};
         // The back-end keeps its identifier alive; the browser reads these characters in place.
-        return impl->GetId().c_str();
+        return Drm().GetId().c_str();
     });
 }
 
 const char* DrmBackendWrapper::getOIPFId() const {
     return Guarded(DrmCall("getOIPFId"), kNotAvailable, [&] {
         VELMORA_LOG(kLog, 2) << Entry{"getOIPFId", impl};
-        const char* id = impl->GetOIPFId().c_str();
+        const char* id = Drm().GetOIPFId().c_str();
         VELMORA_LOG(kLog, 2) << "getOIPFId" << "Received " << id << " from impl.";
         return id;
     });
@@ -154,7 +166,7 @@ UVA_STATUS DrmBackendWrapper::generateKeyRequest(const unsigned char* init_data,
     return Guarded(DrmCall("generateKeyRequest"), [&] {
         VELMORA_LOG(kLog, 2) << Entry{"generateKeyRequest", impl} << " Value of init_data is : " << AsText(init_data)
                              << " Value of init_data_size is : " << init_data_size;
-        return StatusOf(impl->GenerateKeyRequest(Utilities::CopyToSharedBytes(init_data, init_data_size),
+        return StatusOf(Drm().GenerateKeyRequest(Utilities::CopyToSharedBytes(init_data, init_data_size),
                                                  init_data_size));
     });
 }
@@ -168,7 +180,7 @@ UVA_STATUS DrmBackendWrapper::addKey(const unsigned char* key, unsigned int key_
         // Named copies: the key is copied before the init data, whatever order the compiler picks for arguments.
         const boost::shared_ptr<unsigned char> keyCopy = Utilities::CopyToSharedBytes(key, key_size);
         const boost::shared_ptr<unsigned char> initDataCopy = Utilities::CopyToSharedBytes(init_data, init_data_size);
-        return StatusOf(impl->AddKey(keyCopy, key_size, initDataCopy, init_data_size,
+        return StatusOf(Drm().AddKey(keyCopy, key_size, initDataCopy, init_data_size,
                                      Utilities::TextOrEmpty(session_id)));
     });
 }
@@ -176,14 +188,14 @@ UVA_STATUS DrmBackendWrapper::addKey(const unsigned char* key, unsigned int key_
 UVA_STATUS DrmBackendWrapper::cancelKeyRequest(const char* session_id) {
     return Guarded(DrmCall("cancelKeyRequest"), [&] {
         VELMORA_LOG(kLog, 2) << Entry{"cancelKeyRequest", impl};
-        return StatusOf(impl->CancelKeyRequest(Utilities::TextOrEmpty(session_id)));
+        return StatusOf(Drm().CancelKeyRequest(Utilities::TextOrEmpty(session_id)));
     });
 }
 
 UVA_STATUS DrmBackendWrapper::getKeyReleases() {
     return Guarded(DrmCall("getKeyReleases"), [&] {
         VELMORA_LOG(kLog, 2) << Entry{"getKeyReleases", impl};
-        return StatusOf(impl->GetKeyReleases());
+        return StatusOf(Drm().GetKeyReleases());
     });
 }
 
@@ -192,7 +204,7 @@ UVA_STATUS DrmBackendWrapper::addKeyReleaseCommit(const unsigned char* data, uns
     return Guarded(DrmCall("addKeyReleaseCommit"), [&] {
         VELMORA_LOG(kLog, 2) << Entry{"addKeyReleaseCommit", impl};
         const boost::shared_ptr<unsigned char> dataCopy = Utilities::CopyToSharedBytes(data, size);
-        return StatusOf(impl->AddKeyReleaseCommit(dataCopy, size, Utilities::TextOrEmpty(session_id)));
+        return StatusOf(Drm().AddKeyReleaseCommit(dataCopy, size, Utilities::TextOrEmpty(session_id)));
     });
 }
 
@@ -202,7 +214,7 @@ UVA_STATUS DrmBackendWrapper::sendDRMMessage(const char* msg_type, const char* m
         const std::string message = Utilities::TextOrEmpty(msg);
         const std::string messageType = Utilities::TextOrEmpty(msg_type);
         std::string sessionId;
-        if (!impl->SendDrmMessage(messageType, message, sessionId)) {
+        if (!Drm().SendDrmMessage(messageType, message, sessionId)) {
             throw GenericErrorException(kSendDrmMessageFailed);
         }
         // The browser frees the session id with free().

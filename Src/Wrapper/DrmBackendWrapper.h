@@ -17,13 +17,16 @@ namespace Wrapper {
 
 class DrmBackendWrapper : public UVADRMBackend {
 public:
-    // `impl` is never null. The back-end's DRM events are followed only when `client` is set: without a
-    // client they go nowhere.
+    // The back-end's DRM events are followed only when `client` is set: without a client they go nowhere.
+    // An empty `impl` (the media stack had no back-end) gives a wrapper whose every operation fails.
     DrmBackendWrapper(boost::shared_ptr<IDrmBackend> impl, UVADRMClient* client);
     ~DrmBackendWrapper() override;
 
     // The media stack's back-end behind this wrapper (a new share of it).
     boost::shared_ptr<IDrmBackend> GetDrmBackendImplPtr();
+
+    // Keeps the media stack's threads out of this wrapper once its release begins.
+    const SlotGate& Gate() const { return gate; }
 
     // Runs on the media stack's thread: hands the browser its copy of `event`.
     void DrmBackendEventHandler(boost::shared_ptr<DrmBackendEvent> event);
@@ -44,6 +47,8 @@ public:
     UVA_STATUS onInitData(const unsigned char* init_data, unsigned int init_data_size) override;
 
 private:
+    IDrmBackend& Drm() const;
+
     boost::shared_ptr<IDrmBackend> impl;
     boost::signals2::scoped_connection eventConnection;
     UVADRMClient* client;
