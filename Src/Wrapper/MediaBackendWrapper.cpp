@@ -300,6 +300,10 @@ MediaBackendWrapper::MediaBackendWrapper(boost::shared_ptr<IBackend> implementat
         eventConnection.disconnect();
         return;
     }
+    // The registry wraps whatever the media stack created, an empty back-end included: nothing to follow.
+    if (!backend) {
+        return;
+    }
     eventConnection = backend->ConnectEvent(gate.Bind(&MediaBackendWrapper::MediaBackendEvent, this));
     if (auto* media = dynamic_cast<IMediaBackend*>(backend.get())) {
         drmRequestConnection = media->ConnectDrmBackendRequest(gate.Bind(&MediaBackendWrapper::GetDRMBackend, this));

@@ -31,6 +31,8 @@ public:
     ~MediaBackendWrapper() override;
 
     boost::shared_ptr<IBackend> GetMediaBackendImpl();
+    // Keeps the media stack's threads out of this wrapper once its release begins.
+    const SlotGate& Gate() const { return gate; }
 
     UVA_STATUS initBackend(const char* url, SourceDescription** sources, bool flag) override;
     UVA_STATUS attachSource(SourceDescription* source) override;
