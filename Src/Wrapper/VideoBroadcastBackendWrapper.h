@@ -28,6 +28,8 @@ public:
     ~VideoBroadcastBackendWrapper() override;
 
     boost::shared_ptr<IBackend> GetVideoBroadcastBackendImpl();
+    // Keeps the media stack's threads out of this wrapper once its release begins.
+    const SlotGate& Gate() const { return gate; }
 
     UVA_STATUS initBackend(const char* id) override;
     UVA_STATUS release() override;
