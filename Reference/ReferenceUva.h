@@ -6,6 +6,14 @@
 // for the clear key systems), all sharing one FaultInjector. The back-ends do not refer back to it:
 // they may outlive it while the browser still holds them. With the manual clock nothing moves until
 // a scenario calls Step(); with the threaded clock every back-end runs on a thread of its own.
+//
+//     StackOptions options;
+//     options.clock = Clock::Manual;
+//     auto* stack = new ReferenceUva(options);
+//     Velmora::Wrapper::IntegrationLayer layer(stack);  // owns `stack` from here on
+//     ...the browser requests back-ends and drives them...
+//     stack->Step();                                   // one period for every back-end
+//     stack->LatestMediaBackend()->GetStatus();        // what reached the media stack
 
 #include <boost/shared_ptr.hpp>
 #include <boost/signals2/signal.hpp>

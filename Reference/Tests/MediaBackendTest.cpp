@@ -231,6 +231,11 @@ TEST_F(MediaBackendTest, RefusesAnAnswerThatDoesNotFitAsAWholeByThrowing) {
     }
     EXPECT_EQ(Counters().writesRejected, 3u);
     EXPECT_EQ(Counters().samplesValid, 0u);
+
+    auto withEmptyEntries = Answer(1, {Sample(0)});
+    static_cast<Velmora::WriteMseDataEvent&>(*withEmptyEntries).count = 4;  // the browser filled one of four
+    backend->WriteMseData(withEmptyEntries, UVABackend::WRITE_DATA_OK);
+    EXPECT_EQ(Counters().samplesValid, 1u);
 }
 
 TEST_F(MediaBackendTest, AcceptsOnlyTheAnswerToTheOpenByteRequest) {
