@@ -2,17 +2,12 @@
 
 #include "Recorders.h"
 #include "ReferenceBroadcastBackend.h"
-#include "ReferenceUva.h"
 #include "Uva/UVAVideoBroadcastBackend.h"
 #include "Velmora/Exceptions.h"
 
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
-using Velmora::BackendEvent;
-using Velmora::ExceptionBase;
-using Velmora::Reference::FaultInjector;
 using Velmora::Reference::ReferenceBroadcastBackend;
 using Velmora::Reference::ReferenceComponent;
 using namespace ReferenceTest;
@@ -21,11 +16,7 @@ using Backend = UVAVideoBroadcastBackend;
 
 class BroadcastBackendTest : public ::testing::Test {
 protected:
-    void Steps(int count) {
-        for (int i = 0; i < count; ++i) {
-            backend->Step();
-        }
-    }
+    void Steps(int count) { ReferenceTest::Steps(*backend, count); }
     // The events the last browser calls led to, without the components' own.
     std::vector<BackendEvent::EventType> Raised() {
         events.Clear();
@@ -48,7 +39,7 @@ protected:
     Velmora::Reference::StackOptions options = ManualOptions();
     boost::shared_ptr<ReferenceBroadcastBackend> backend =
         boost::make_shared<ReferenceBroadcastBackend>(options, std::make_shared<FaultInjector>());
-    EventRecorder events = RecordEvents(*backend);
+    EventRecorder events{*backend};
 };
 
 const std::vector<BackendEvent::EventType> kTuned{
@@ -75,6 +66,12 @@ TEST_P(Zapping, ReportsTheChangeWithItsComponents) {
     EXPECT_EQ(backend->GetStatus().channel, GetParam().channel);
 }
 
+int kNotAChannel = 0;
+
+void Tune(ReferenceBroadcastBackend& backend, void* channel) {
+    backend.SetChannel(channel, false, false, "", false, false);
+}
+
 std::vector<BackendEvent::EventType> With(std::vector<BackendEvent::EventType> events, BackendEvent::EventType extra) {
     events.insert(events.end() - 1, extra);
     return events;
@@ -83,27 +80,20 @@ std::vector<BackendEvent::EventType> With(std::vector<BackendEvent::EventType> e
 INSTANTIATE_TEST_SUITE_P(
     Channels, Zapping,
     ::testing::Values(
-        ZapCase{"SetChannel", [](auto& b) { b.SetChannel(b.ChannelHandle(1), false, false, "", false, false); },
-                kTuned, 2, "Velmora News"},
+        ZapCase{"SetChannel", [](auto& b) { Tune(b, b.ChannelHandle(1)); }, kTuned, 2, "Velmora News"},
         ZapCase{"NextFromNoChannel", [](auto& b) { b.NextChannel(); }, kTuned, 4, "Velmora One"},
         ZapCase{"PreviousWrapsToTheLastChannelWhichHasNoSignal", [](auto& b) { b.PreviousChannel(); }, kNotTuned, 0,
                 ""},
         ZapCase{"BindToCurrentChannel", [](auto& b) { b.BindToCurrentChannel(); }, kTuned, 4, "Velmora One"},
-        ZapCase{"RatedAboveTheLimit",
-                [](auto& b) { b.SetChannel(b.ChannelHandle(2), false, false, "", false, false); },
+        ZapCase{"RatedAboveTheLimit", [](auto& b) { Tune(b, b.ChannelHandle(2)); },
                 With(kTuned, BackendEvent::ParentalRatingError), 5, "Velmora Cinema"},
-        ZapCase{"UnknownHandle",
-                [](auto& b) {
-                    int notAChannel = 0;
-                    b.SetChannel(&notAChannel, false, false, "", false, false);
-                },
-                {BackendEvent::ChannelChangeError}, 0, ""}),
+        ZapCase{"UnknownHandle", [](auto& b) { Tune(b, &kNotAChannel); }, {BackendEvent::ChannelChangeError}, 0, ""}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(BroadcastBackendTest, AFailedChangeNamesTheChannelAndKeepsThePreviousOneOn) {
     backend->NextChannel();
     backend->Step();
-    backend->SetChannel(Channel(3), false, false, "", false, false);
+    Tune(*backend, Channel(3));
     EXPECT_EQ(Raised(), kNotTuned);
     const auto error = events.Of<Velmora::ChannelChangeErrorEvent>().at(0);
     EXPECT_EQ(error->channel, Channel(3));
@@ -159,7 +149,7 @@ TEST_F(BroadcastBackendTest, RecordsOneRecordingAtATimeUntilStoppedOrTheStorageI
 
     options.recordingCapacitySeconds = 1;
     backend = boost::make_shared<ReferenceBroadcastBackend>(options, std::make_shared<FaultInjector>());
-    EventRecorder full = RecordEvents(*backend);
+    EventRecorder full(*backend);
     backend->BindToCurrentChannel();
     backend->RecordNow();
     Steps(11);
@@ -180,19 +170,6 @@ TEST_F(BroadcastBackendTest, SelectingSubtitlesReportsTheirLanguageAndUnselectin
     const auto changes = events.Of<Velmora::SubtitlesChangedEvent>();
     EXPECT_STREQ(changes[0]->language, "eng");
     EXPECT_EQ(changes[1]->language, nullptr);
-}
-
-TEST(HandleLookup, FindsTheBroadcastBackendTheBrowserBoundToAHandle) {
-    Velmora::Reference::ReferenceUva uva(ManualOptions());
-    const auto backend = uva.CreateBackend(UVABackend::TYPE_VIDEO_BROADCAST);
-    int handle = 0;
-    uva.ConnectHandleLookup([&](void* asked, boost::shared_ptr<Velmora::IBackend>& found) {
-        if (asked == &handle) {
-            found = backend;
-        }
-    });
-    EXPECT_EQ(uva.LookupBroadcastBackend(&handle), backend);
-    EXPECT_EQ(uva.LookupBroadcastBackend(nullptr), nullptr);
 }
 
 }  // namespace

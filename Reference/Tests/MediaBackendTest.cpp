@@ -7,14 +7,10 @@
 
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::Each;
 using ::testing::IsEmpty;
-using Velmora::BackendEvent;
 using Velmora::DecoderBuffer;
-using Velmora::ExceptionBase;
 using Velmora::IBackend;
-using Velmora::Reference::FaultInjector;
 using Velmora::Reference::ReferenceComponent;
 using Velmora::Reference::ReferenceDrmBackend;
 using Velmora::Reference::ReferenceMediaBackend;
@@ -26,10 +22,10 @@ const Source kAudio{UVABackend::SourceDescription::SOURCE_AUDIO, 2, false, 0, "a
 
 class MediaBackendTest : public ::testing::Test {
 protected:
-    // A back-end of `type` whose content has been announced (the first step taken) and then forgotten.
+    // A back-end of `type` initialised with `sources` (with a URL when there are none), nothing raised yet.
     void Load(int type, const std::vector<Source>& sources, bool play = true) {
         backend = boost::make_shared<ReferenceMediaBackend>(type, options, faults);
-        events.reset(new EventRecorder(RecordEvents(*backend)));
+        events.reset(new EventRecorder(*backend));
         if (sources.empty()) {
             backend->InitBackend("http://example.test/movie.mp4", IBackend::SourceDescriptionBackendStreaming{}, false);
         } else {
@@ -40,11 +36,7 @@ protected:
         }
     }
 
-    void Steps(int count) {
-        for (int i = 0; i < count; ++i) {
-            backend->Step();
-        }
-    }
+    void Steps(int count) { ReferenceTest::Steps(*backend, count); }
 
     void Write(std::int32_t sourceId, std::vector<DecoderBuffer> samples,
                UVABackend::WriteDataStatus status = UVABackend::WRITE_DATA_OK) {
@@ -165,11 +157,10 @@ TEST_P(SampleValidation, CountsEverySampleAsValidOrInvalid) {
 }
 
 using Sub = Velmora::SubSampleEncryptionInfo;
+
 void MakeClear(DecoderBuffer& s) {
-    s.keyId = nullptr;
-    s.keyIdSize = 0;
-    s.iv = nullptr;
-    s.ivSize = 0;
+    Put(s.keyId, s.keyIdSize, "");
+    Put(s.iv, s.ivSize, "");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -177,40 +168,22 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         SampleCase{"EncryptedWhole", [](DecoderBuffer&) {}, nullptr},
         SampleCase{"Clear", MakeClear, nullptr},
-        SampleCase{"ShortIv", [](DecoderBuffer& s) {
-                       s.iv = Bytes("iv8bytes");
-                       s.ivSize = 8;
-                   }, nullptr},
+        SampleCase{"ShortIv", [](DecoderBuffer& s) { Put(s.iv, s.ivSize, "iv8bytes"); }, nullptr},
         SampleCase{"SubSamplesCoveringTheData", [](DecoderBuffer& s) { s.subSamples = {Sub{4, 0}, Sub{1, 5}}; }, nullptr},
         SampleCase{"SubSamplesShortOfTheData", [](DecoderBuffer& s) { s.subSamples = {Sub{2, 7}}; },
                    "sub-samples that do not cover the sample"},
         // 0xffffffff + 11 wraps to 10, the data size, in 32-bit arithmetic.
         SampleCase{"SubSamplesWrappingAround", [](DecoderBuffer& s) { s.subSamples = {Sub{0xffffffffu, 11}}; },
                    "sub-samples that do not cover the sample"},
-        SampleCase{"ClearWithSubSamples", [](DecoderBuffer& s) {
-                       MakeClear(s);
-                       s.subSamples = {Sub{10, 0}};
-                   },
+        SampleCase{"ClearWithSubSamples", [](DecoderBuffer& s) { MakeClear(s); s.subSamples = {Sub{10, 0}}; },
                    "a clear sample with encryption data"},
-        SampleCase{"ClearWithIv", [](DecoderBuffer& s) {
-                       s.keyId = nullptr;
-                       s.keyIdSize = 0;
-                   },
+        SampleCase{"ClearWithIv", [](DecoderBuffer& s) { Put(s.keyId, s.keyIdSize, ""); },
                    "a clear sample with encryption data"},
-        SampleCase{"KeyIdOf8Bytes", [](DecoderBuffer& s) {
-                       s.keyId = Bytes("8 bytes!");
-                       s.keyIdSize = 8;
-                   },
+        SampleCase{"KeyIdOf8Bytes", [](DecoderBuffer& s) { Put(s.keyId, s.keyIdSize, "8 bytes!"); },
                    "a key id that is not 16 bytes"},
-        SampleCase{"IvOf12Bytes", [](DecoderBuffer& s) {
-                       s.iv = Bytes("twelve bytes");
-                       s.ivSize = 12;
-                   },
+        SampleCase{"IvOf12Bytes", [](DecoderBuffer& s) { Put(s.iv, s.ivSize, "twelve bytes"); },
                    "an initialisation vector that is not 8 or 16 bytes"},
-        SampleCase{"NoData", [](DecoderBuffer& s) {
-                       s.data = nullptr;
-                       s.dataSize = 0;
-                   }, "a sample without data"},
+        SampleCase{"NoData", [](DecoderBuffer& s) { Put(s.data, s.dataSize, ""); }, "a sample without data"},
         SampleCase{"LengthWithoutBuffer", [](DecoderBuffer& s) { s.codecConfigSize = 4; },
                    "a buffer and its length disagree"},
         SampleCase{"NegativeTimestamp", [](DecoderBuffer& s) { s.timestamp = -1; }, "a sample without a valid time"},
@@ -243,17 +216,17 @@ TEST_F(MediaBackendTest, AcceptsOnlyTheAnswerToTheOpenByteRequest) {
     backend->Step();
     const auto request = events->Of<Velmora::NeedDataEvent>().at(0);
     EXPECT_EQ(request->first, 1);
-    const std::int32_t requestId = request->second, size = request->fourth;
-    const auto answer = [](std::int32_t source, std::int32_t id, std::int32_t asked) {
-        return boost::make_shared<Velmora::NeedDataEvent>(source, id, 0, asked);
+    const std::int32_t id = request->second, size = request->fourth;
+    const auto write = [this, size](std::int32_t source, std::int32_t requestId, std::int32_t bytes) {
+        backend->WriteData(boost::make_shared<Velmora::NeedDataEvent>(source, requestId, 0, size), bytes,
+                           UVABackend::WRITE_DATA_OK);
     };
-
-    EXPECT_THROW(backend->WriteData(answer(1, requestId, size), size + 1, UVABackend::WRITE_DATA_OK), ExceptionBase);
-    EXPECT_THROW(backend->WriteData(answer(1, requestId + 1, size), 10, UVABackend::WRITE_DATA_OK), ExceptionBase);
-    EXPECT_THROW(backend->WriteData(answer(2, requestId, size), 10, UVABackend::WRITE_DATA_OK), ExceptionBase);
-    backend->WriteData(answer(1, requestId, size), size, UVABackend::WRITE_DATA_OK);
-    EXPECT_THROW(backend->WriteData(answer(1, requestId, size), 10, UVABackend::WRITE_DATA_OK), ExceptionBase)
-        << "the request is closed once answered";
+    // More bytes than asked for, another request, another source.
+    EXPECT_THROW(write(1, id, size + 1), ExceptionBase);
+    EXPECT_THROW(write(1, id + 1, 10), ExceptionBase);
+    EXPECT_THROW(write(2, id, 10), ExceptionBase);
+    write(1, id, size);
+    EXPECT_THROW(write(1, id, 10), ExceptionBase) << "the request is closed once answered";
     EXPECT_EQ(Counters().bytesWritten, static_cast<std::uint64_t>(size));
     EXPECT_EQ(Counters().writesRejected, 4u);
 }
@@ -262,7 +235,7 @@ TEST_F(MediaBackendTest, AcceptsOnlyTheAnswerToTheOpenByteRequest) {
 
 TEST_F(MediaBackendTest, EncryptedSamplesWaitForTheirKeyFromTheDrmBackendItAskedFor) {
     const auto drm = boost::make_shared<ReferenceDrmBackend>(ReferenceDrmBackend::kClearKey, options, faults);
-    auto drmEvents = RecordDrmEvents(*drm);
+    DrmRecorder drmEvents(*drm);
     Load(UVABackend::TYPE_MEDIA_SOURCE, {{kVideo.type, 1, true, 0, "video/mp4"}});
     std::vector<std::string> asked;
     backend->ConnectDrmBackendRequest([&](std::string keySystem, Velmora::IDrmBackend*& answer) {

@@ -11,9 +11,9 @@
 #include <cstring>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "FaultInjector.h"
 #include "StackOptions.h"
 #include "Velmora/BackendEvents.h"
 #include "Velmora/DrmBackendEvents.h"
@@ -22,19 +22,22 @@
 
 namespace ReferenceTest {
 
-// Keeps every event raised on a back-end's signal, with the thread it came on.
+using ::testing::ElementsAre;
+using Velmora::BackendEvent;
+using Velmora::DrmBackendEvent;
+using Velmora::ExceptionBase;
+using Velmora::Reference::FaultInjector;
+
+// Keeps every event raised on a back-end's signal.
 template <typename Event>
 class Recorder {
 public:
-    using Type = typename Event::EventType;
+    explicit Recorder(Velmora::IBackend& backend) : connection(backend.ConnectEvent(Slot())) {}
+    explicit Recorder(Velmora::IDrmBackend& backend) : connection(backend.ConnectDrmEvent(Slot())) {}
 
-    template <typename Backend, typename Connect>
-    Recorder(Backend& backend, Connect connect)
-        : connection((backend.*connect)([this](boost::shared_ptr<Event> event) { Keep(event); })) {}
-
-    std::vector<Type> Types() const {
+    std::vector<typename Event::EventType> Types() const {
         const std::lock_guard<std::mutex> lock(mutex);
-        std::vector<Type> types;
+        std::vector<typename Event::EventType> types;
         for (const auto& event : events) {
             types.push_back(event->type);
         }
@@ -54,34 +57,28 @@ public:
         return found;
     }
 
-    std::vector<std::thread::id> Threads() const {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return threads;
-    }
-
     void Clear() {
         const std::lock_guard<std::mutex> lock(mutex);
         events.clear();
-        threads.clear();
     }
 
     std::function<void(const boost::shared_ptr<Event>&)> onEvent;  // runs on the raising thread
 
 private:
-    void Keep(const boost::shared_ptr<Event>& event) {
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            events.push_back(event);
-            threads.push_back(std::this_thread::get_id());
-        }
-        if (onEvent) {
-            onEvent(event);
-        }
+    std::function<void(boost::shared_ptr<Event>)> Slot() {
+        return [this](boost::shared_ptr<Event> event) {
+            {
+                const std::lock_guard<std::mutex> lock(mutex);
+                events.push_back(event);
+            }
+            if (onEvent) {
+                onEvent(event);
+            }
+        };
     }
 
     mutable std::mutex mutex;
     std::vector<boost::shared_ptr<Event>> events;
-    std::vector<std::thread::id> threads;
     boost::signals2::scoped_connection connection;
 };
 
@@ -89,13 +86,10 @@ using EventRecorder = Recorder<Velmora::BackendEvent>;
 using DrmRecorder = Recorder<Velmora::DrmBackendEvent>;
 
 template <typename Backend>
-EventRecorder RecordEvents(Backend& backend) {
-    return EventRecorder(backend, &Backend::ConnectEvent);
-}
-
-template <typename Backend>
-DrmRecorder RecordDrmEvents(Backend& backend) {
-    return DrmRecorder(backend, &Backend::ConnectDrmEvent);
+void Steps(Backend& backend, int count) {
+    for (int i = 0; i < count; ++i) {
+        backend.Step();
+    }
 }
 
 // Deterministic: nothing moves until the test steps, each step one tenth of a second.
@@ -116,6 +110,12 @@ inline boost::shared_ptr<unsigned char> Bytes(const std::string& text) {
     return bytes;
 }
 
+// Sets a sample's buffer and its length together; an empty text leaves both empty.
+inline void Put(boost::shared_ptr<unsigned char>& buffer, std::uint32_t& size, const std::string& text) {
+    buffer = Bytes(text);
+    size = static_cast<std::uint32_t>(text.size());
+}
+
 inline std::string Text(const boost::shared_ptr<unsigned char>& bytes, std::uint32_t size) {
     return bytes ? std::string(reinterpret_cast<const char*>(bytes.get()), size) : std::string();
 }
@@ -126,8 +126,7 @@ const std::string kKey = "0123456789abcdef";
 // A sound clear sample of ten bytes.
 inline Velmora::DecoderBuffer Sample(double timestampMs, std::int32_t durationMs = 500) {
     Velmora::DecoderBuffer sample;
-    sample.data = Bytes("sample-abc");
-    sample.dataSize = 10;
+    Put(sample.data, sample.dataSize, "sample-abc");
     sample.timestamp = timestampMs;
     sample.duration = durationMs;
     return sample;
@@ -135,10 +134,8 @@ inline Velmora::DecoderBuffer Sample(double timestampMs, std::int32_t durationMs
 
 inline Velmora::DecoderBuffer EncryptedSample(double timestampMs) {
     Velmora::DecoderBuffer sample = Sample(timestampMs);
-    sample.keyId = Bytes(kKeyId);
-    sample.keyIdSize = 16;
-    sample.iv = Bytes("iv-of-16-bytes!!");
-    sample.ivSize = 16;
+    Put(sample.keyId, sample.keyIdSize, kKeyId);
+    Put(sample.iv, sample.ivSize, "iv-of-16-bytes!!");
     return sample;
 }
 
