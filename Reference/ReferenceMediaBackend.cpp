@@ -1,0 +1,768 @@
+#include "ReferenceMediaBackend.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "ReferenceDrmBackend.h"
+#include "Velmora/Exceptions.h"
+
+namespace Velmora {
+namespace Reference {
+
+namespace {
+
+const double kForever = std::numeric_limits<double>::infinity();
+
+// What the back-end can play: MIME type -> codec names (the part of a codec string before the dot).
+const std::map<std::string, std::vector<std::string>>& PlayableTypes() {
+    static const std::map<std::string, std::vector<std::string>> types = {
+        {"audio/mp4", {"mp4a"}},
+        {"audio/webm", {"opus", "vorbis"}},
+        {"video/mp2t", {"avc1", "mp4a"}},
+        {"video/mp4", {"avc1", "hev1", "mp4a"}},
+        {"video/webm", {"vp9", "opus", "vorbis"}},
+    };
+    return types;
+}
+
+bool IsClearKey(const std::string& keySystem) {
+    return keySystem == ReferenceDrmBackend::kClearKey || keySystem == "webkit-org.w3.clearkey";
+}
+
+std::string KeyIdOf(const DecoderBuffer& sample) {
+    return std::string(reinterpret_cast<const char*>(sample.keyId.get()), sample.keyIdSize);
+}
+
+// Why `sample` cannot be decoded, or null when it is sound.
+const char* ProblemWith(const DecoderBuffer& sample) {
+    const std::pair<const boost::shared_ptr<unsigned char>*, std::uint32_t> buffers[] = {
+        {&sample.data, sample.dataSize},
+        {&sample.keyId, sample.keyIdSize},
+        {&sample.iv, sample.ivSize},
+        {&sample.codecConfig, sample.codecConfigSize}};
+    for (const auto& [bytes, size] : buffers) {
+        if ((*bytes == nullptr) != (size == 0)) {
+            return "a buffer and its length disagree";
+        }
+    }
+    if (sample.dataSize == 0) {
+        return "a sample without data";
+    }
+    if (sample.timestamp < 0 || sample.duration <= 0) {
+        return "a sample without a valid time";
+    }
+    if (sample.keyIdSize == 0) {
+        return sample.ivSize != 0 || !sample.subSamples.empty() ? "a clear sample with encryption data" : nullptr;
+    }
+    if (sample.keyIdSize != ReferenceDrmBackend::kKeyIdSize) {
+        return "a key id that is not 16 bytes";
+    }
+    if (sample.ivSize != 8 && sample.ivSize != 16) {
+        return "an initialisation vector that is not 8 or 16 bytes";
+    }
+    if (!sample.subSamples.empty()) {
+        std::uint64_t covered = 0;
+        for (const auto& subSample : sample.subSamples) {
+            covered += std::uint64_t{subSample.clearBytes} + subSample.encryptedBytes;
+        }
+        if (covered != sample.dataSize) {
+            return "sub-samples that do not cover the sample";
+        }
+    }
+    return nullptr;
+}
+
+// The reference has no screen: it only checks that a rectangle has an area.
+bool HasArea(const VideoRect& rect) { return rect.width > 0 && rect.height > 0; }
+
+}  // namespace
+
+ReferenceMediaBackend::ReferenceMediaBackend(int type_, const StackOptions& options,
+                                             std::shared_ptr<FaultInjector> faults_)
+    : type(static_cast<UVABackend::UVABackendType>(type_)),
+      profile(options.media),
+      periodMs(static_cast<double>(options.stepPeriod.count())),
+      faults(std::move(faults_)) {
+    if (options.clock == Clock::Threaded) {
+        thread.reset(new StepThread(options.stepPeriod, [this] { Step(); }));
+    }
+}
+
+ReferenceMediaBackend::~ReferenceMediaBackend() {
+    // Stop the thread before any member goes: no event is raised once the destructor has begun.
+    thread.reset();
+}
+
+void ReferenceMediaBackend::Step() {
+    // Should the last owner let go during the step, the back-end is destroyed after it, not inside it.
+    const auto keepAlive = weak_from_this().lock();
+    const std::lock_guard<std::mutex> steppingLock(stepping);
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        Advance();
+    }
+    outbox.Deliver();
+}
+
+ReferenceMediaBackend::Status ReferenceMediaBackend::GetStatus() const {
+    const std::lock_guard<std::mutex> lock(mutex);
+    Status status;
+    status.positionSeconds = positionMs / 1000.0;
+    status.loaded = phase == Phase::Loaded;
+    status.playing = playing;
+    status.finished = finished;
+    status.waitingForData = underrun;
+    status.waitingForKey = waitingForKey;
+    status.eventsRaised = outbox.Raised();
+    status.counters = counters;
+    return status;
+}
+
+std::vector<ComponentSet::Component> ReferenceMediaBackend::Components() const {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return components.List();
+}
+
+// ---- One step -------------------------------------------------------------------------------------
+
+void ReferenceMediaBackend::Advance() {
+    if (phase == Phase::Idle) {
+        return;
+    }
+    if (phase == Phase::Loading) {
+        Load();
+    }
+    if (drmState == Drm::NotNeeded && Encrypted()) {
+        drmState = Drm::Asked;
+        const std::string system = keySystem.empty() ? ReferenceDrmBackend::kClearKey : keySystem;
+        outbox.Post([this, system, forLoad = generation] { RequestDrm(system, forLoad); });
+    }
+    // Data first, so that what arrives in this period can be played in it.
+    Fetch();
+    if (playing && !finished) {
+        PlayOnePeriod();
+    }
+    AnnounceKeyIds();
+}
+
+void ReferenceMediaBackend::Load() {
+    phase = Phase::Loaded;
+    outbox.Post(new DurationChangedEvent(profile.durationSeconds));
+    outbox.Post(new VideoResizedEvent(profile.width, profile.height, profile.aspectRatio));
+    components.AddStream(outbox, profile.audioLanguages, profile.subtitleLanguages);
+}
+
+void ReferenceMediaBackend::PlayOnePeriod() {
+    const double wanted = std::min(positionMs + periodMs * rate, EndMs());
+    double reachable = selfStreaming ? std::min(wanted, downloadedMs) : wanted;
+    bool anyStream = selfStreaming;
+    waitingForKey = false;
+    for (auto& [id, source] : sources) {
+        // Subtitles are sparse: a text stream never holds the others up.
+        if (source.type == UVABackend::SourceDescription::SOURCE_TEXT) {
+            continue;
+        }
+        anyStream = true;
+        reachable = std::min(reachable, source.ended ? kForever : source.bufferedEndMs);
+        for (const auto& sample : source.samples) {
+            if (sample.timestamp >= reachable) {
+                break;
+            }
+            if (KeyFor(sample) == Key::Waiting) {
+                reachable = std::max(sample.timestamp, positionMs);
+                waitingForKey = true;
+                break;
+            }
+        }
+    }
+    if (!anyStream) {
+        reachable = positionMs;  // nothing attached to play from
+    }
+    const bool stuck = reachable <= positionMs && wanted > positionMs;
+    if (stuck && !waitingForKey && !underrun) {
+        underrun = true;
+        outbox.Post(new BufferingStreamUnderrunEvent(0));
+    } else if (!stuck && underrun) {
+        underrun = false;
+        outbox.Post(new BackendEvent(BackendEvent::BufferingStreamBuffered));
+    }
+    positionMs = std::max(positionMs, reachable);
+    Consume();
+    if (positionMs < EndMs()) {
+        return;
+    }
+    if (loop) {
+        SeekTo(0.0);
+        return;
+    }
+    finished = true;
+    playing = false;
+    outbox.Post(new BackendEvent(BackendEvent::PlaybackFinished));
+}
+
+// A sample is played once the position has passed its start.
+void ReferenceMediaBackend::Consume() {
+    for (auto& [id, source] : sources) {
+        while (!source.samples.empty() && source.samples.front().timestamp < positionMs) {
+            const Key key = KeyFor(source.samples.front());
+            if (key == Key::Waiting) {
+                break;
+            }
+            if (key == Key::Usable) {
+                ++counters.samplesDecrypted;
+            }
+            if (key == Key::Impossible) {
+                ++counters.samplesUndecryptable;
+                if (!rightsErrorRaised) {
+                    rightsErrorRaised = true;
+                    // Error state 0: there is no license for the content.
+                    outbox.Post(new DRMRightsErrorEvent(0, url.c_str(), ReferenceDrmBackend::kClearKey,
+                                                        ReferenceDrmBackend::kLicenseUrl));
+                }
+            }
+            ++counters.samplesPlayed;
+            source.samples.pop_front();
+        }
+    }
+}
+
+void ReferenceMediaBackend::Fetch() {
+    if (selfStreaming) {
+        if (download == Download::Complete) {
+            return;
+        }
+        if (download == Download::Starting) {
+            download = Download::Progressing;
+            outbox.Post(new BackendEvent(BackendEvent::BufferingProgress));
+        }
+        downloadedMs = std::min(EndMs(), downloadedMs + 2 * periodMs);
+        if (download == Download::Progressing && (downloadedMs - positionMs >= AheadMs() || downloadedMs >= EndMs())) {
+            download = Download::Buffered;
+            outbox.Post(new BackendEvent(BackendEvent::BufferingStreamBuffered));
+        }
+        if (downloadedMs >= EndMs()) {
+            download = Download::Complete;
+            outbox.Post(new BackendEvent(BackendEvent::BufferingIdle));
+        }
+        return;
+    }
+    // Ask again only once the previous request has been answered: the requests follow the writes.
+    for (auto& [id, source] : sources) {
+        if (source.ended || source.requestOpen || source.bufferedEndMs - positionMs >= AheadMs()) {
+            continue;
+        }
+        source.requestOpen = true;
+        ++counters.dataRequests;
+        if (source.byteStream) {
+            source.requestId = ++requestSerial;
+            // The browser answers with the same four values: source, request, offset, size.
+            outbox.Post(new NeedDataEvent(id, source.requestId, static_cast<std::int32_t>(source.bytesReceived),
+                                          profile.bytesPerRequest));
+        } else {
+            outbox.Post(new NeedMseDataEvent(id, profile.samplesPerRequest));
+        }
+    }
+}
+
+void ReferenceMediaBackend::AnnounceKeyIds() {
+    const auto backend = drmState == Drm::Present ? drm.lock() : nullptr;
+    if (!backend) {
+        return;
+    }
+    for (const auto& keyId : keyIdsSeen) {
+        if (keyIdsAnnounced.insert(keyId).second) {
+            backend->KeyNeeded(keyId);
+        }
+    }
+}
+
+void ReferenceMediaBackend::RequestDrm(const std::string& system, std::uint32_t forLoad) {
+    IDrmBackend* answer = nullptr;
+    drmRequests(system, answer);
+    // Only a DRM back-end of this stack can decrypt for it.
+    auto* reference = dynamic_cast<ReferenceDrmBackend*>(answer);
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (forLoad != generation) {
+        return;  // the content was unloaded while the browser answered
+    }
+    drm = reference != nullptr ? reference->weak_from_this() : boost::weak_ptr<ReferenceDrmBackend>();
+    drmState = reference != nullptr ? Drm::Present : Drm::Missing;
+}
+
+// ---- Helpers --------------------------------------------------------------------------------------
+
+void ReferenceMediaBackend::SeekTo(double targetMs) {
+    positionMs = targetMs;
+    finished = false;
+    underrun = false;
+    download = Download::Starting;
+    downloadStartMs = targetMs;
+    downloadedMs = targetMs;
+    for (auto& [id, source] : sources) {
+        if (source.requestOpen) {
+            // A Media Source request has no id of its own: the source's id names it.
+            outbox.Post(new CancelDataRequestsEvent(targetMs / 1000.0, source.byteStream ? source.requestId : id));
+            source.requestOpen = false;
+        }
+        source.samples.clear();
+        source.ended = false;
+        source.bufferedStartMs = targetMs;
+        source.bufferedEndMs = targetMs;
+        source.bytesReceived = static_cast<std::uint64_t>(targetMs * profile.bytesPerSecond / 1000.0);
+    }
+}
+
+void ReferenceMediaBackend::Unload() {
+    ++generation;
+    components.RemoveAll(outbox);
+    sources.clear();
+    phase = Phase::Idle;
+    selfStreaming = false;
+    playing = false;
+    SeekTo(0.0);
+    drmState = Drm::NotNeeded;
+    drm.reset();
+    keyIdsSeen.clear();
+    keyIdsAnnounced.clear();
+    rightsErrorRaised = false;
+    waitingForKey = false;
+}
+
+void ReferenceMediaBackend::AddSource(const SourceDescriptionOperaStreaming& description) {
+    if (sources.count(description.sourceId) != 0) {
+        throw ExceptionBase(ExceptionBase::InvalidState, "source " + std::to_string(description.sourceId) +
+                                                             " is attached already");
+    }
+    Source& source = sources[description.sourceId];
+    source.type = description.type;
+    source.encrypted = description.encrypted;
+    source.byteStream = type == UVABackend::TYPE_MEDIA;
+    source.bufferedStartMs = positionMs;
+    source.bufferedEndMs = positionMs;
+}
+
+void ReferenceMediaBackend::Accept(Source& source, const DecoderBuffer& sample) {
+    if (const char* problem = ProblemWith(sample)) {
+        ++counters.samplesInvalid;
+        counters.lastProblem = problem;
+        return;
+    }
+    ++counters.samplesValid;
+    counters.bytesWritten += sample.dataSize;
+    if (sample.keyIdSize != 0) {
+        keyIdsSeen.insert(KeyIdOf(sample));
+    }
+    const double endMs = sample.timestamp + sample.duration;
+    if (endMs <= positionMs) {
+        ++counters.samplesLate;
+        return;
+    }
+    // Keeping the buffer shares its bytes; nothing is copied.
+    source.samples.push_back(sample);
+    source.bufferedEndMs = std::max(source.bufferedEndMs, endMs);
+}
+
+void ReferenceMediaBackend::Conclude(Source& source, UVABackend::WriteDataStatus status) {
+    source.requestOpen = false;
+    if (status == UVABackend::WRITE_DATA_END_OF_STREAM) {
+        source.ended = true;
+    } else if (status == UVABackend::WRITE_DATA_ERROR) {
+        counters.lastProblem = "the browser could not fetch data";
+        outbox.Post(new BackendEvent(BackendEvent::BufferingNetworkError));
+    }
+}
+
+void ReferenceMediaBackend::Refuse(const char* problem) {
+    ++counters.writesRejected;
+    counters.lastProblem = problem;
+    throw ExceptionBase(ExceptionBase::GenericError, problem);
+}
+
+bool ReferenceMediaBackend::Encrypted() const {
+    if (selfStreaming ? profile.encrypted : !keyIdsSeen.empty()) {
+        return true;
+    }
+    return std::any_of(sources.begin(), sources.end(), [](const auto& entry) { return entry.second.encrypted; });
+}
+
+ReferenceMediaBackend::Key ReferenceMediaBackend::KeyFor(const DecoderBuffer& sample) const {
+    if (sample.keyIdSize == 0) {
+        return Key::Clear;
+    }
+    if (drmState == Drm::Missing) {
+        return Key::Impossible;
+    }
+    if (drmState != Drm::Present) {
+        return Key::Waiting;  // the browser has not answered the DRM request yet
+    }
+    const auto backend = drm.lock();
+    if (!backend) {
+        return Key::Impossible;  // the browser released the DRM back-end
+    }
+    return backend->HasKey(KeyIdOf(sample)) ? Key::Usable : Key::Waiting;
+}
+
+// The end of the content, or earlier if every stream has ended before it.
+double ReferenceMediaBackend::EndMs() const {
+    double endMs = profile.durationSeconds * 1000.0;
+    if (selfStreaming) {
+        return endMs;
+    }
+    double lastMs = 0.0;
+    bool anyStream = false;
+    for (const auto& [id, source] : sources) {
+        if (source.type == UVABackend::SourceDescription::SOURCE_TEXT) {
+            continue;
+        }
+        if (!source.ended) {
+            return endMs;
+        }
+        anyStream = true;
+        lastMs = std::max(lastMs, source.bufferedEndMs);
+    }
+    return anyStream ? std::min(endMs, lastMs) : endMs;
+}
+
+double ReferenceMediaBackend::AheadMs() const { return aggressive ? profile.aggressiveAheadMs : profile.aheadMs; }
+
+ReferenceMediaBackend::Source* ReferenceMediaBackend::FindSource(std::int32_t id) {
+    const auto found = sources.find(id);
+    return found == sources.end() ? nullptr : &found->second;
+}
+
+// ---- The media stack's operations -----------------------------------------------------------------
+
+boost::signals2::connection ReferenceMediaBackend::ConnectEvent(const EventSlot& slot) {
+    faults->Check(__func__);
+    return outbox.Connect(slot);
+}
+
+boost::signals2::connection ReferenceMediaBackend::ConnectDrmBackendRequest(const DrmBackendRequestSlot& slot) {
+    faults->Check(__func__);
+    return drmRequests.connect(slot);
+}
+
+void ReferenceMediaBackend::SetWindowId(std::uint32_t /*windowId*/) { faults->Check(__func__); }
+
+void ReferenceMediaBackend::InitBackend(std::string initUrl, const SourceDescriptionBackendStreaming& source,
+                                        bool /*flag*/) {
+    faults->Check(__func__);
+    if (type == UVABackend::TYPE_MEDIA_SOURCE) {
+        throw ExceptionBase(ExceptionBase::NotSupported, "a Media Source back-end plays browser-delivered sources only");
+    }
+    const std::lock_guard<std::mutex> lock(mutex);
+    Unload();
+    url = source.url.empty() ? initUrl : source.url;
+    selfStreaming = true;
+    phase = Phase::Loading;
+    if (profile.encrypted && !profile.keyId.empty()) {
+        keyIdsSeen.insert(profile.keyId);
+    }
+}
+
+void ReferenceMediaBackend::InitBackend(std::string initUrl, const std::vector<SourceDescriptionOperaStreaming>& list,
+                                        bool /*flag*/) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    Unload();
+    url = initUrl;
+    for (const auto& description : list) {
+        AddSource(description);
+    }
+    phase = Phase::Loading;
+}
+
+void ReferenceMediaBackend::AttachSource(const SourceDescriptionOperaStreaming& source) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (phase == Phase::Idle || selfStreaming) {
+        throw ExceptionBase(ExceptionBase::InvalidState, "AttachSource needs a back-end initialised with sources");
+    }
+    AddSource(source);
+}
+
+void ReferenceMediaBackend::RemoveSource(std::uint32_t sourceId) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (sources.erase(static_cast<std::int32_t>(sourceId)) == 0) {
+        throw ExceptionBase(ExceptionBase::GenericError, "no source " + std::to_string(sourceId));
+    }
+}
+
+bool ReferenceMediaBackend::SetVideoWindow(const VideoRect& rect) {
+    faults->Check(__func__);
+    return HasArea(rect);
+}
+
+bool ReferenceMediaBackend::SetClipRect(const VideoRect& rect) {
+    faults->Check(__func__);
+    return HasArea(rect);
+}
+
+bool ReferenceMediaBackend::GetNativeSize(unsigned short& width, unsigned short& height, double& aspectRatio) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (phase != Phase::Loaded) {
+        return false;
+    }
+    width = profile.width;
+    height = profile.height;
+    aspectRatio = profile.aspectRatio;
+    return true;
+}
+
+bool ReferenceMediaBackend::GetVideoFrame(unsigned char* buffer, std::uint32_t size) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (phase != Phase::Loaded || buffer == nullptr || size == 0) {
+        return false;
+    }
+    std::memset(buffer, 0x80, size);  // a grey frame
+    return true;
+}
+
+bool ReferenceMediaBackend::GetSeekableTimeRanges(std::vector<ByteRange>& /*byteRanges*/,
+                                                  std::vector<TimeRange>& timeRanges) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (phase != Phase::Loaded) {
+        return false;
+    }
+    timeRanges.push_back({0, static_cast<std::uint32_t>(profile.durationSeconds * 1000.0)});
+    return true;
+}
+
+bool ReferenceMediaBackend::GetBufferedTimeRanges(std::vector<ByteRange>& /*byteRanges*/,
+                                                  std::vector<TimeRange>& timeRanges) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (phase != Phase::Loaded) {
+        return false;
+    }
+    // What every stream has: from the latest start to the earliest end.
+    double startMs = selfStreaming ? downloadStartMs : 0.0;
+    double endMs = selfStreaming ? downloadedMs : kForever;
+    for (const auto& [id, source] : sources) {
+        if (source.type != UVABackend::SourceDescription::SOURCE_TEXT) {
+            startMs = std::max(startMs, source.bufferedStartMs);
+            endMs = std::min(endMs, source.bufferedEndMs);
+        }
+    }
+    if (endMs > startMs && endMs < kForever) {
+        timeRanges.push_back({static_cast<std::uint32_t>(startMs), static_cast<std::uint32_t>(endMs)});
+    }
+    return true;
+}
+
+bool ReferenceMediaBackend::CanPlayURL(const std::string& candidate) {
+    faults->Check(__func__);
+    for (const char* scheme : {"http://", "https://", "file://"}) {
+        if (candidate.compare(0, std::strlen(scheme), scheme) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void ReferenceMediaBackend::Play() {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (phase == Phase::Idle) {
+        throw ExceptionBase(ExceptionBase::InvalidState, "Play before InitBackend");
+    }
+    if (finished) {
+        SeekTo(0.0);  // playing again after the end starts from the beginning
+    }
+    playing = true;
+}
+
+void ReferenceMediaBackend::Stop() {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    Unload();
+}
+
+void ReferenceMediaBackend::Pause(bool paused) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    playing = !paused;
+}
+
+void ReferenceMediaBackend::SetPlaybackRate(double newRate) {
+    faults->Check(__func__);
+    if (newRate < 0.0) {
+        throw ExceptionBase(ExceptionBase::NotSupported, "no reverse playback");
+    }
+    const std::lock_guard<std::mutex> lock(mutex);
+    rate = newRate;
+}
+
+void ReferenceMediaBackend::SetVolume(double newVolume) {
+    faults->Check(__func__);
+    // The reference has no audio output: it only checks the volume.
+    if (newVolume < 0.0 || newVolume > 1.0) {
+        throw ExceptionBase(ExceptionBase::GenericError, "volume outside 0 to 1");
+    }
+}
+
+bool ReferenceMediaBackend::GetDuration(double& duration) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (phase != Phase::Loaded) {
+        return false;
+    }
+    duration = profile.durationSeconds;
+    return true;
+}
+
+void ReferenceMediaBackend::SetContentSize(std::uint32_t /*width*/, std::uint32_t /*height*/) {
+    faults->Check(__func__);
+}
+
+bool ReferenceMediaBackend::GetPosition(double& position) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    position = positionMs / 1000.0;
+    return phase != Phase::Idle;
+}
+
+bool ReferenceMediaBackend::SetPosition(double position) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (phase != Phase::Loaded || position < 0.0 || position > profile.durationSeconds) {
+        return false;
+    }
+    SeekTo(position * 1000.0);
+    outbox.Post(new BackendEvent(BackendEvent::SeekCompleted));
+    return true;
+}
+
+void ReferenceMediaBackend::SetVisibility(bool /*visible*/) { faults->Check(__func__); }
+
+void ReferenceMediaBackend::GetSizeFromDuration() { faults->Check(__func__); }
+
+void ReferenceMediaBackend::WriteData(boost::shared_ptr<BackendEvent> event, unsigned int size,
+                                      UVABackend::WriteDataStatus status) {
+    faults->Check(__func__);
+    const auto* answer = dynamic_cast<const NeedDataEvent*>(event.get());
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (answer == nullptr) {
+        Refuse("WriteData without a NeedDataEvent");
+    }
+    Source* source = FindSource(answer->first);
+    if (source == nullptr || !source->byteStream || !source->requestOpen || source->requestId != answer->second) {
+        Refuse("an answer to no open data request");
+    }
+    if (answer->fourth < 0 || size > static_cast<unsigned int>(answer->fourth)) {
+        Refuse("more bytes than were asked for");
+    }
+    source->bytesReceived += size;
+    source->bufferedEndMs += size * 1000.0 / profile.bytesPerSecond;
+    counters.bytesWritten += size;
+    Conclude(*source, status);
+}
+
+void ReferenceMediaBackend::WriteMseData(boost::shared_ptr<BackendEvent> event, UVABackend::WriteDataStatus status) {
+    faults->Check(__func__);
+    const auto* answer = dynamic_cast<const WriteMseDataEvent*>(event.get());
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (answer == nullptr) {
+        Refuse("WriteMseData without a WriteMseDataEvent");
+    }
+    Source* source = FindSource(answer->sourceId);
+    if (source == nullptr || source->byteStream) {
+        Refuse("samples for no Media Source stream of this back-end");
+    }
+    // `count` includes the entries the browser left empty, so it may exceed the buffers, never trail them.
+    if (!answer->buffers || answer->buffers->size() > answer->count) {
+        Refuse("more samples than the answer counts");
+    }
+    for (const DecoderBuffer& sample : *answer->buffers) {
+        Accept(*source, sample);
+    }
+    Conclude(*source, status);
+}
+
+bool ReferenceMediaBackend::CanPlayType(const std::string& mimeType, const std::vector<std::string>& codecs,
+                                        const std::string& system) {
+    faults->Check(__func__);
+    const auto found = PlayableTypes().find(mimeType);
+    if (found == PlayableTypes().end() || !(system.empty() || IsClearKey(system))) {
+        return false;
+    }
+    return std::all_of(codecs.begin(), codecs.end(), [&found](const std::string& codec) {
+        const std::string name = codec.substr(0, codec.find('.'));
+        return std::find(found->second.begin(), found->second.end(), name) != found->second.end();
+    });
+}
+
+void ReferenceMediaBackend::SetFullScreen(bool /*fullScreen*/) { faults->Check(__func__); }
+
+void ReferenceMediaBackend::GetSupportedMimetypes(std::vector<std::string>& types) {
+    faults->Check(__func__);
+    for (const auto& entry : PlayableTypes()) {
+        types.push_back(entry.first);
+    }
+}
+
+void ReferenceMediaBackend::SetLoop(std::string value) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    loop = !(value.empty() || value == "false" || value == "0");
+}
+
+void ReferenceMediaBackend::SelectComponent(IAvComponent* component) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (components.Select(outbox, component) == nullptr) {
+        throw ExceptionBase(ExceptionBase::GenericError, "not a component of this stream");
+    }
+}
+
+void ReferenceMediaBackend::UnselectComponent(IAvComponent* component) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (components.Unselect(outbox, component) == nullptr) {
+        throw ExceptionBase(ExceptionBase::GenericError, "not a component of this stream");
+    }
+}
+
+void ReferenceMediaBackend::SetSource(std::string newUrl) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    url = newUrl;  // noted only: loading starts with InitBackend
+}
+
+void ReferenceMediaBackend::OnListenerChanged(std::string /*listener*/) { faults->Check(__func__); }
+
+void ReferenceMediaBackend::SetBufferingStrategy(bool aggressiveBuffering) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    aggressive = aggressiveBuffering;
+}
+
+void ReferenceMediaBackend::GetBytesInBuffer(unsigned int& bytes) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    std::uint64_t total = 0;
+    for (const auto& [id, source] : sources) {
+        for (const auto& sample : source.samples) {
+            total += sample.dataSize;
+        }
+        if (source.byteStream && source.bufferedEndMs > positionMs) {
+            total += static_cast<std::uint64_t>((source.bufferedEndMs - positionMs) * profile.bytesPerSecond / 1000.0);
+        }
+    }
+    bytes = static_cast<unsigned int>(std::min<std::uint64_t>(total, std::numeric_limits<unsigned int>::max()));
+}
+
+void ReferenceMediaBackend::SetKeySystem(std::string system) {
+    faults->Check(__func__);
+    const std::lock_guard<std::mutex> lock(mutex);
+    keySystem = system;
+}
+
+}  // namespace Reference
+}  // namespace Velmora
