@@ -36,9 +36,15 @@ ReferenceBroadcastBackend::ReferenceBroadcastBackend(const StackOptions& options
       faults(std::move(faults_)),
       playState(UVAVideoBroadcastBackend::PLAY_STATE_UNREALIZED),
       recordingState(UVAVideoBroadcastBackend::RECORDING_UNREALIZED) {
+}
+
+boost::shared_ptr<ReferenceBroadcastBackend> ReferenceBroadcastBackend::Create(const StackOptions& options,
+                                                                             std::shared_ptr<FaultInjector> faults) {
+    const boost::shared_ptr<ReferenceBroadcastBackend> backend(new ReferenceBroadcastBackend(options, std::move(faults)));
     if (options.clock == Clock::Threaded) {
-        thread.reset(new StepThread(options.stepPeriod, [this] { Step(); }));
+        backend->thread = StepThread::For(backend, options.stepPeriod);
     }
+    return backend;
 }
 
 ReferenceBroadcastBackend::~ReferenceBroadcastBackend() {
@@ -47,8 +53,6 @@ ReferenceBroadcastBackend::~ReferenceBroadcastBackend() {
 }
 
 void ReferenceBroadcastBackend::Step() {
-    // Should the last owner let go during the step, the back-end is destroyed after it, not inside it.
-    const auto keepAlive = weak_from_this().lock();
     const std::lock_guard<std::mutex> steppingLock(stepping);
     {
         const std::lock_guard<std::mutex> lock(mutex);

@@ -45,10 +45,12 @@ public:
         std::uint32_t eventsRaised = 0;
     };
 
-    ReferenceBroadcastBackend(const StackOptions& options, std::shared_ptr<FaultInjector> faults);
+    static boost::shared_ptr<ReferenceBroadcastBackend> Create(const StackOptions& options,
+                                                               std::shared_ptr<FaultInjector> faults);
     ~ReferenceBroadcastBackend() override;
 
-    // Moves time on by one period and raises what it (and the browser calls since the last step) led to.
+    // Moves time on by one period and raises what it (and the browser calls since the last step) led
+    // to, on the calling thread, which holds a shared pointer to the back-end meanwhile.
     void Step();
 
     // The handle of the channel at `index` in the channel list; null beyond its end.
@@ -90,6 +92,8 @@ public:
     void GetPlaybackSpeed(double& speed) override;
 
 private:
+    ReferenceBroadcastBackend(const StackOptions& options, std::shared_ptr<FaultInjector> faults);
+
     // All of these run with `mutex` held.
     void Advance();
     void Zap(int direction);
@@ -120,7 +124,7 @@ private:
 
     std::mutex stepping;
     Outbox<BackendEvent> outbox;
-    std::unique_ptr<StepThread> thread;  // last: started once everything else exists
+    std::unique_ptr<StepThread> thread;  // last: the first member to go
 };
 
 }  // namespace Reference

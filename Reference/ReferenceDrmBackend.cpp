@@ -35,9 +35,16 @@ std::string Joined(const std::vector<std::string>& keyIds) {
 ReferenceDrmBackend::ReferenceDrmBackend(const std::string& keySystem_, const StackOptions& options,
                                          std::shared_ptr<FaultInjector> faults_)
     : keySystem(keySystem_), oipfId(kOipfId), contentKeys(options.contentKeys), faults(std::move(faults_)) {
+}
+
+boost::shared_ptr<ReferenceDrmBackend> ReferenceDrmBackend::Create(const std::string& keySystem,
+                                                                 const StackOptions& options,
+                                                                 std::shared_ptr<FaultInjector> faults) {
+    const boost::shared_ptr<ReferenceDrmBackend> backend(new ReferenceDrmBackend(keySystem, options, std::move(faults)));
     if (options.clock == Clock::Threaded) {
-        thread.reset(new StepThread(options.stepPeriod, [this] { Step(); }));
+        backend->thread = StepThread::For(backend, options.stepPeriod);
     }
+    return backend;
 }
 
 ReferenceDrmBackend::~ReferenceDrmBackend() {
@@ -46,8 +53,6 @@ ReferenceDrmBackend::~ReferenceDrmBackend() {
 }
 
 void ReferenceDrmBackend::Step() {
-    // Should the last owner let go during the step, the back-end is destroyed after it, not inside it.
-    const auto keepAlive = weak_from_this().lock();
     const std::lock_guard<std::mutex> lock(stepping);
     outbox.Deliver();
 }

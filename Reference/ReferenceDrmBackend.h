@@ -43,11 +43,12 @@ public:
     static constexpr double kResultCannotProcess = 2;
     static constexpr double kResultUnknownMimeType = 3;
 
-    ReferenceDrmBackend(const std::string& keySystem, const StackOptions& options,
-                        std::shared_ptr<FaultInjector> faults);
+    static boost::shared_ptr<ReferenceDrmBackend> Create(const std::string& keySystem, const StackOptions& options,
+                                                         std::shared_ptr<FaultInjector> faults);
     ~ReferenceDrmBackend() override;
 
-    // Raises the events decided since the last step, on the calling thread.
+    // Raises the events decided since the last step, on the calling thread, which holds a shared
+    // pointer to the back-end meanwhile.
     void Step();
 
     // The media stack's side: a media back-end met content that needs `keyId` (raises KeyNeeded).
@@ -68,6 +69,9 @@ public:
     boost::signals2::connection ConnectDrmEvent(const DrmEventSlot& slot) override;
 
 private:
+    ReferenceDrmBackend(const std::string& keySystem, const StackOptions& options,
+                        std::shared_ptr<FaultInjector> faults);
+
     enum class SessionState { Pending, Failed, Usable, Released };
 
     struct Session {
@@ -91,7 +95,7 @@ private:
 
     std::mutex stepping;
     Outbox<DrmBackendEvent> outbox;
-    std::unique_ptr<StepThread> thread;  // last: started once everything else exists
+    std::unique_ptr<StepThread> thread;  // last: the first member to go
 };
 
 }  // namespace Reference

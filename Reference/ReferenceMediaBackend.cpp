@@ -85,9 +85,15 @@ ReferenceMediaBackend::ReferenceMediaBackend(int type_, const StackOptions& opti
       profile(options.media),
       periodMs(static_cast<double>(options.stepPeriod.count())),
       faults(std::move(faults_)) {
+}
+
+boost::shared_ptr<ReferenceMediaBackend> ReferenceMediaBackend::Create(int type, const StackOptions& options,
+                                                                     std::shared_ptr<FaultInjector> faults) {
+    const boost::shared_ptr<ReferenceMediaBackend> backend(new ReferenceMediaBackend(type, options, std::move(faults)));
     if (options.clock == Clock::Threaded) {
-        thread.reset(new StepThread(options.stepPeriod, [this] { Step(); }));
+        backend->thread = StepThread::For(backend, options.stepPeriod);
     }
+    return backend;
 }
 
 ReferenceMediaBackend::~ReferenceMediaBackend() {
@@ -96,8 +102,6 @@ ReferenceMediaBackend::~ReferenceMediaBackend() {
 }
 
 void ReferenceMediaBackend::Step() {
-    // Should the last owner let go during the step, the back-end is destroyed after it, not inside it.
-    const auto keepAlive = weak_from_this().lock();
     const std::lock_guard<std::mutex> steppingLock(stepping);
     {
         const std::lock_guard<std::mutex> lock(mutex);

@@ -67,11 +67,12 @@ public:
     };
 
     // `type` is the browser's: 0 media element, 1 Media Source.
-    ReferenceMediaBackend(int type, const StackOptions& options, std::shared_ptr<FaultInjector> faults);
+    static boost::shared_ptr<ReferenceMediaBackend> Create(int type, const StackOptions& options,
+                                                           std::shared_ptr<FaultInjector> faults);
     ~ReferenceMediaBackend() override;
 
     // Plays one period and raises what it led to (and what browser calls decided since the last
-    // step), on the calling thread.
+    // step), on the calling thread, which holds a shared pointer to the back-end meanwhile.
     void Step();
 
     Status GetStatus() const;
@@ -119,6 +120,8 @@ public:
     boost::signals2::connection ConnectDrmBackendRequest(const DrmBackendRequestSlot& slot) override;
 
 private:
+    ReferenceMediaBackend(int type, const StackOptions& options, std::shared_ptr<FaultInjector> faults);
+
     enum class Phase { Idle, Loading, Loaded };
     // Progress of a stream the back-end fetches itself, announced once per stage.
     enum class Download { Starting, Progressing, Buffered, Complete };
@@ -195,7 +198,7 @@ private:
     std::mutex stepping;
     Outbox<BackendEvent> outbox;
     boost::signals2::signal<void(std::string, IDrmBackend*&)> drmRequests;
-    std::unique_ptr<StepThread> thread;  // last: started once everything else exists
+    std::unique_ptr<StepThread> thread;  // last: the first member to go
 };
 
 }  // namespace Reference

@@ -1,7 +1,6 @@
 #include "ReferenceUva.h"
 
 #include <algorithm>
-#include <boost/make_shared.hpp>
 #include <utility>
 
 #include "Velmora/Exceptions.h"
@@ -52,12 +51,12 @@ boost::shared_ptr<IBackend> ReferenceUva::CreateBackend(int type) {
     faults->Check(__func__);
     const std::lock_guard<std::mutex> lock(mutex);
     if (type == UVABackend::TYPE_MEDIA || type == UVABackend::TYPE_MEDIA_SOURCE) {
-        const auto backend = boost::make_shared<ReferenceMediaBackend>(type, options, faults);
+        const auto backend = ReferenceMediaBackend::Create(type, options, faults);
         Remember(media, backend);
         return backend;
     }
     if (type == UVABackend::TYPE_VIDEO_BROADCAST) {
-        const auto backend = boost::make_shared<ReferenceBroadcastBackend>(options, faults);
+        const auto backend = ReferenceBroadcastBackend::Create(options, faults);
         Remember(broadcast, backend);
         return backend;
     }
@@ -72,7 +71,7 @@ boost::shared_ptr<IDrmBackend> ReferenceUva::CreateDrmBackend(const std::string&
         throw ExceptionBase(ExceptionBase::NotSupported, "key system " + keySystem + " is not supported");
     }
     const std::lock_guard<std::mutex> lock(mutex);
-    const auto backend = boost::make_shared<ReferenceDrmBackend>(keySystem, options, faults);
+    const auto backend = ReferenceDrmBackend::Create(keySystem, options, faults);
     Remember(drm, backend);
     return backend;
 }

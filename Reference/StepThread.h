@@ -5,6 +5,8 @@
 // back-end from an event handler), the destructor runs on this very thread; it cannot join itself
 // then, so it detaches, and the thread ends without touching the back-end again.
 
+#include <boost/shared_ptr.hpp>
+#include <boost/weak_ptr.hpp>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -21,6 +23,19 @@ public:
     ~StepThread();
     StepThread(const StepThread&) = delete;
     StepThread& operator=(const StepThread&) = delete;
+
+    // A thread that steps `backend`. It is started only once the back-end is owned, and every step
+    // holds the back-end: an owner letting go meanwhile destroys it after the step, not inside it,
+    // and a back-end already being destroyed is not stepped again.
+    template <typename Backend>
+    static std::unique_ptr<StepThread> For(const boost::shared_ptr<Backend>& backend, std::chrono::milliseconds period) {
+        const boost::weak_ptr<Backend> owner = backend;
+        return std::unique_ptr<StepThread>(new StepThread(period, [owner] {
+            if (const auto held = owner.lock()) {
+                held->Step();
+            }
+        }));
+    }
 
 private:
     // Shared with the thread, so that a detached thread still finds its stop flag.

@@ -38,7 +38,7 @@ protected:
 
     Velmora::Reference::StackOptions options = ManualOptions();
     boost::shared_ptr<ReferenceBroadcastBackend> backend =
-        boost::make_shared<ReferenceBroadcastBackend>(options, std::make_shared<FaultInjector>());
+        ReferenceBroadcastBackend::Create(options, std::make_shared<FaultInjector>());
     EventRecorder events{*backend};
 };
 
@@ -148,7 +148,7 @@ TEST_F(BroadcastBackendTest, RecordsOneRecordingAtATimeUntilStoppedOrTheStorageI
     EXPECT_STREQ(states[1]->recordingId, "rec-1");
 
     options.recordingCapacitySeconds = 1;
-    backend = boost::make_shared<ReferenceBroadcastBackend>(options, std::make_shared<FaultInjector>());
+    backend = ReferenceBroadcastBackend::Create(options, std::make_shared<FaultInjector>());
     EventRecorder full(*backend);
     backend->BindToCurrentChannel();
     backend->RecordNow();

@@ -24,7 +24,7 @@ protected:
         return events.Types();
     }
 
-    const boost::shared_ptr<ReferenceDrmBackend> drm = boost::make_shared<ReferenceDrmBackend>(
+    const boost::shared_ptr<ReferenceDrmBackend> drm = ReferenceDrmBackend::Create(
         "org.w3.clearkey", ManualOptions(), std::make_shared<FaultInjector>());
     DrmRecorder events{*drm};
 };

@@ -24,7 +24,7 @@ class MediaBackendTest : public ::testing::Test {
 protected:
     // A back-end of `type` initialised with `sources` (with a URL when there are none), nothing raised yet.
     void Load(int type, const std::vector<Source>& sources, bool play = true) {
-        backend = boost::make_shared<ReferenceMediaBackend>(type, options, faults);
+        backend = ReferenceMediaBackend::Create(type, options, faults);
         events.reset(new EventRecorder(*backend));
         if (sources.empty()) {
             backend->InitBackend("http://example.test/movie.mp4", IBackend::SourceDescriptionBackendStreaming{}, false);
@@ -234,7 +234,7 @@ TEST_F(MediaBackendTest, AcceptsOnlyTheAnswerToTheOpenByteRequest) {
 // ---- Encrypted content ------------------------------------------------------------------------------
 
 TEST_F(MediaBackendTest, EncryptedSamplesWaitForTheirKeyFromTheDrmBackendItAskedFor) {
-    const auto drm = boost::make_shared<ReferenceDrmBackend>(ReferenceDrmBackend::kClearKey, options, faults);
+    const auto drm = ReferenceDrmBackend::Create(ReferenceDrmBackend::kClearKey, options, faults);
     DrmRecorder drmEvents(*drm);
     Load(UVABackend::TYPE_MEDIA_SOURCE, {{kVideo.type, 1, true, 0, "video/mp4"}});
     std::vector<std::string> asked;

@@ -34,6 +34,11 @@ class Recorder {
 public:
     explicit Recorder(Velmora::IBackend& backend) : connection(backend.ConnectEvent(Slot())) {}
     explicit Recorder(Velmora::IDrmBackend& backend) : connection(backend.ConnectDrmEvent(Slot())) {}
+    // The back-end's thread must be done with the slot by now; the lock makes what it wrote visible here.
+    ~Recorder() {
+        connection.disconnect();
+        const std::lock_guard<std::mutex> lock(mutex);
+    }
 
     std::vector<typename Event::EventType> Types() const {
         const std::lock_guard<std::mutex> lock(mutex);
@@ -62,15 +67,14 @@ public:
         events.clear();
     }
 
-    std::function<void(const boost::shared_ptr<Event>&)> onEvent;  // runs on the raising thread
+    // Runs on the raising thread, under the recorder's lock.
+    std::function<void(const boost::shared_ptr<Event>&)> onEvent;
 
 private:
     std::function<void(boost::shared_ptr<Event>)> Slot() {
         return [this](boost::shared_ptr<Event> event) {
-            {
-                const std::lock_guard<std::mutex> lock(mutex);
-                events.push_back(event);
-            }
+            const std::lock_guard<std::mutex> lock(mutex);
+            events.push_back(event);
             if (onEvent) {
                 onEvent(event);
             }

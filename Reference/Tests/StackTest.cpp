@@ -104,6 +104,13 @@ protected:
         return true;
     }
 
+    // Lets go of `backend` and waits until it is destroyed: a step in progress holds it to the step's end.
+    static bool Gone(boost::shared_ptr<ReferenceMediaBackend>& backend) {
+        const boost::weak_ptr<ReferenceMediaBackend> watch = backend;
+        backend.reset();
+        return Eventually([&] { return watch.expired(); });
+    }
+
     void Start(ReferenceMediaBackend& backend) {
         backend.InitBackend("http://example.test/clip.mp4", Velmora::IBackend::SourceDescriptionBackendStreaming{},
                             false);
@@ -114,7 +121,7 @@ protected:
 };
 
 TEST_F(ThreadedClock, PlaysOnAThreadOfItsOwnWhichTheDestructorJoins) {
-    auto backend = boost::make_shared<ReferenceMediaBackend>(0, options, std::make_shared<FaultInjector>());
+    auto backend = ReferenceMediaBackend::Create(0, options, std::make_shared<FaultInjector>());
     EventRecorder events{*backend};
     std::atomic<int> onTestThread{0};
     events.onEvent = [&onTestThread, test = std::this_thread::get_id()](const auto&) {
@@ -123,10 +130,11 @@ TEST_F(ThreadedClock, PlaysOnAThreadOfItsOwnWhichTheDestructorJoins) {
     Start(*backend);
     ASSERT_TRUE(Eventually([&] { return backend->GetStatus().finished; }));
     EXPECT_EQ(onTestThread, 0);
+    EXPECT_TRUE(Gone(backend)) << "and no slot runs on `events` any more";
 }
 
 TEST_F(ThreadedClock, TheBrowserMayReleaseTheBackendFromInsideItsOwnEvent) {
-    auto owner = boost::make_shared<ReferenceMediaBackend>(0, options, std::make_shared<FaultInjector>());
+    auto owner = ReferenceMediaBackend::Create(0, options, std::make_shared<FaultInjector>());
     const boost::weak_ptr<ReferenceMediaBackend> watch = owner;
     EventRecorder events(*owner);
     // On the playback thread, inside the back-end's own step: the last owner lets go.
