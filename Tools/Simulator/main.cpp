@@ -65,8 +65,13 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "cannot load %s: %s\n", options.library.c_str(), error.c_str());
         return 2;
     }
-    std::printf("velmora-simulator: library %s, scenario %s, %d iteration(s), seed %u\n",
-                RealPath(options.library).c_str(), options.scenario.c_str(), options.iterations, options.seed);
+    const std::string loaded = LoadedLibrary();
+    std::printf("velmora-simulator: library %s, scenario %s, %d iteration(s), seed %u\n", loaded.c_str(),
+                options.scenario.c_str(), options.iterations, options.seed);
+    if (loaded != RealPath(options.library)) {
+        std::fprintf(stderr, "the media stack uses %s, not %s\n", loaded.c_str(), options.library.c_str());
+        return 2;
+    }
 
     Simulator::Timeline timeline;
     timeline.MarkBrowserThread();
