@@ -50,7 +50,8 @@ public:
     ~ReferenceBroadcastBackend() override;
 
     // Moves time on by one period and raises what it (and the browser calls since the last step) led
-    // to, on the calling thread, which holds a shared pointer to the back-end meanwhile.
+    // to, on the calling thread, which holds a shared pointer to the back-end meanwhile. Not to be
+    // called from inside one of the back-end's own events.
     void Step();
 
     // The handle of the channel at `index` in the channel list; null beyond its end.

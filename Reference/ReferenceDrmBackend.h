@@ -48,7 +48,7 @@ public:
     ~ReferenceDrmBackend() override;
 
     // Raises the events decided since the last step, on the calling thread, which holds a shared
-    // pointer to the back-end meanwhile.
+    // pointer to the back-end meanwhile. Not to be called from inside one of its own events.
     void Step();
 
     // The media stack's side: a media back-end met content that needs `keyId` (raises KeyNeeded).

@@ -72,7 +72,8 @@ public:
     ~ReferenceMediaBackend() override;
 
     // Plays one period and raises what it led to (and what browser calls decided since the last
-    // step), on the calling thread, which holds a shared pointer to the back-end meanwhile.
+    // step), on the calling thread, which holds a shared pointer to the back-end meanwhile. Browser
+    // calls from inside the events are fine; a Step() from inside them would wait for itself.
     void Step();
 
     Status GetStatus() const;
