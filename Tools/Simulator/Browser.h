@@ -4,6 +4,7 @@
 // messages). Events are queued by the clients on whatever thread raises them and handled on the
 // browser's thread by Pump(), as a browser's event loop would.
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -62,7 +63,7 @@ public:
     explicit MediaClient(Session& session) : session(session) {}
     void handleEvent(UVAEvent* event) override;
     UVADRMBackend* requestDRMBackend(const char* keySystemId) override;
-    bool released = false;
+    std::atomic<bool> released{false};  // set on the browser thread, read on the raising one
 
 private:
     Session& session;
@@ -72,7 +73,7 @@ class DrmClient : public UVADRMClient {
 public:
     explicit DrmClient(Session& session) : session(session) {}
     void handleDRMEvent(UVADRMEvent* event) override;
-    bool released = false;
+    std::atomic<bool> released{false};  // set on the browser thread, read on the raising one
 
 private:
     Session& session;
