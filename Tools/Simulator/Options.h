@@ -1,0 +1,22 @@
+#pragma once
+// The simulator's command line.
+
+#include <cstdint>
+#include <string>
+
+namespace Simulator {
+
+struct Options {
+    std::string scenario = "all";
+    int trace = 6;  // the library's log threshold: 6 keeps it quiet
+    int iterations = 1;
+    std::uint32_t seed = 1;
+    std::string library = VELMORA_LIBRARY_PATH;
+    bool help = false;
+};
+
+// Parses argv; on a mistake writes it to `error` and returns false.
+bool ParseOptions(int argc, char** argv, Options& options, std::string& error);
+void PrintHelp(const char* program);
+
+}  // namespace Simulator
