@@ -327,6 +327,7 @@ INSTANTIATE_TEST_SUITE_P(
     kName);
 
 TEST_F(BroadcastTest, ComponentsAreRegisteredBeforeTheyAreShownAndRetiredAfterTheBrowserIsTold) {
+    const long components = uvaLiveObjects().components;
     Component* first = Announce(kAdded);
     Component* second = Announce(kAdded);  // the same media stack component again: a second wrapper
     ASSERT_NE(first, second);
@@ -342,6 +343,7 @@ TEST_F(BroadcastTest, ComponentsAreRegisteredBeforeTheyAreShownAndRetiredAfterTh
     EXPECT_EQ(Announce(kRemoved), upper);
     EXPECT_THAT(log.Records("Velmora::VB"), ElementsAre(LogLine(2, "Component to be REMOVED: " + Address(lower)),
                                                         LogLine(2, "Component to be REMOVED: " + Address(upper))));
+    EXPECT_EQ(uvaLiveObjects().components - components, 2) << "removed, but still named by the browser's events";
     client.events.Clear();  // the browser lets go: both are deleted now
     EXPECT_EQ(Announce(kRemoved), nullptr);
     EXPECT_EQ(Announce(kChanged), nullptr);
