@@ -13,9 +13,7 @@ namespace VelmoraTest {
 class LiveObjectsTest : public ::testing::Test {
 protected:
     LiveObjectsTest() : atStart_(uvaLiveObjects()) {}
-    ~LiveObjectsTest() override { ExpectNoLiveObjects(); }
-
-    void ExpectNoLiveObjects() const {
+    ~LiveObjectsTest() override {
         const UvaLiveObjects now = uvaLiveObjects();
         EXPECT_EQ(now.events, atStart_.events) << "browser events alive";
         EXPECT_EQ(now.drmEvents, atStart_.drmEvents) << "browser DRM events alive";

@@ -35,7 +35,4 @@ MATCHER_P2(LogLine, level, text, std::string("a level-") + std::to_string(level)
     return arg.level == level && arg.text == std::string(text);
 }
 
-// Matches a record of this context and file.
-MATCHER_P2(LoggedFrom, context, file, "") { return arg.context == std::string(context) && arg.file == std::string(file); }
-
 }  // namespace VelmoraTest

@@ -78,15 +78,9 @@ public:
 
 class RecordingDrmClient : public UVADRMClient {
 public:
-    void handleDRMEvent(UVADRMEvent* event) override {
-        events.Push(event);
-        if (onEvent) {
-            onEvent(event);
-        }
-    }
+    void handleDRMEvent(UVADRMEvent* event) override { events.Push(event); }
 
     EventQueue<UVADRMEvent> events;
-    std::function<void(UVADRMEvent*)> onEvent;
 };
 
 }  // namespace VelmoraTest

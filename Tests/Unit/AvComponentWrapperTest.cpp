@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 
-#include <sstream>
 #include <string>
+#include <vector>
 
 #include "AvComponentWrapper.h"
 #include "Support/LiveObjects.h"
@@ -16,17 +16,8 @@ using Velmora::AvComponentDescription;
 using Velmora::Wrapper::AvComponentWrapper;
 using VelmoraTest::LogLine;
 
-std::string Address(const void* pointer) {
-    std::ostringstream text;
-    text << pointer;
-    return text.str();
-}
-
 class AvComponentWrapperTest : public VelmoraTest::LiveObjectsTest {
 protected:
-    // Hands the component back through the browser's protocol, as a removal does.
-    static void Retire(AvComponentWrapper* wrapper) { wrapper->BackendMarkUnused(); }
-
     NiceMock<VelmoraTest::MockAvComponent> component{"spa", 2};
 };
 
@@ -45,15 +36,11 @@ TEST_F(AvComponentWrapperTest, CopiesTheDescriptionAndDuplicatesEveryText) {
     component.SetText(&AvComponentDescription::id, "a1");
     auto* wrapper = new AvComponentWrapper(&component);
 
-    EXPECT_EQ(wrapper->type, 2);
-    EXPECT_EQ(wrapper->componentTag, 3);
-    EXPECT_EQ(wrapper->aspectRatio, 1.5);
-    EXPECT_EQ(wrapper->pid, 0x101);
-    EXPECT_EQ(wrapper->audioChannels, 6);
-    EXPECT_TRUE(wrapper->encrypted);
-    EXPECT_EQ(wrapper->audioDescription, 1);
-    EXPECT_EQ(wrapper->hearingImpaired, 1);
-    EXPECT_EQ(wrapper->index, 9);
+    EXPECT_THAT(std::vector<double>({double(wrapper->type), double(wrapper->componentTag), wrapper->aspectRatio,
+                                     double(wrapper->pid), double(wrapper->audioChannels), double(wrapper->encrypted),
+                                     double(wrapper->audioDescription), double(wrapper->hearingImpaired),
+                                     double(wrapper->index), double(wrapper->state)}),
+                ElementsAre(2, 3, 1.5, 0x101, 6, 1, 1, 1, 9, 0));
     const std::pair<const char*, const char*> texts[] = {{wrapper->encoding, component.encoding},
                                                           {wrapper->language, component.language},
                                                           {wrapper->label, component.label},
@@ -63,20 +50,14 @@ TEST_F(AvComponentWrapperTest, CopiesTheDescriptionAndDuplicatesEveryText) {
         EXPECT_NE(copy, original) << "texts are never shared";
         EXPECT_STREQ(copy, original);
     }
-    EXPECT_EQ(wrapper->state, 0);
-    Retire(wrapper);
+    wrapper->BackendMarkUnused();
 }
 
-TEST_F(AvComponentWrapperTest, NullTextsStayNull) {
+TEST_F(AvComponentWrapperTest, NullTextsStayNullAndStateFollowsTheSignalUntilMarkedUnused) {
     component.SetText(&AvComponentDescription::language, nullptr);
     auto* wrapper = new AvComponentWrapper(&component);
     EXPECT_EQ(wrapper->language, nullptr);
     EXPECT_EQ(wrapper->encoding, nullptr);
-    Retire(wrapper);
-}
-
-TEST_F(AvComponentWrapperTest, FollowsTheStateSignalAndIsClearedBeforeTheBrowserIsTold) {
-    auto* wrapper = new AvComponentWrapper(&component);
     component.SetActive(true);
     EXPECT_EQ(wrapper->state, 1);
     component.SetActive(false);
@@ -90,8 +71,8 @@ TEST_F(AvComponentWrapperTest, FollowsTheStateSignalAndIsClearedBeforeTheBrowser
 
 TEST_F(AvComponentWrapperTest, LogsTheBannersAndAfterDestructionStateChangesReachNothing) {
     auto* wrapper = new AvComponentWrapper(&component);
-    const std::string address = Address(wrapper);
-    Retire(wrapper);
+    const std::string address = ::testing::PrintToString(static_cast<const void*>(wrapper));
+    wrapper->BackendMarkUnused();
     component.SetActive(true);  // must not touch the deleted wrapper
     EXPECT_EQ(component.state.num_slots(), 0u);
     EXPECT_THAT(

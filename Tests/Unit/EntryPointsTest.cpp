@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <functional>
+#include <string>
 #include <vector>
 
 #include "EntryPoints.h"
@@ -9,6 +11,7 @@
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 using Velmora::Callbacks;
 using Velmora::SetCallbacks;
@@ -50,17 +53,14 @@ protected:
         return table;
     }
 
-    void CallAll() {
-        results.clear();
-        results.push_back(UVA_RequestBackend(UVABackend::TYPE_VIDEO_BROADCAST, kClient) == kBackend);
-        results.push_back(UVA_ReleaseBackend(kBackend));
-        results.push_back(UVADRM_RequestBackend("org.w3.clearkey", kDrmClient) == kDrmBackend);
-        results.push_back(UVADRM_ReleaseBackend(kDrmBackend));
+    // Every entry point that goes through the table, with what each answered.
+    static std::vector<int> CallAll() {
+        return {UVA_RequestBackend(UVABackend::TYPE_VIDEO_BROADCAST, kClient) == kBackend, UVA_ReleaseBackend(kBackend),
+                UVADRM_RequestBackend("org.w3.clearkey", kDrmClient) == kDrmBackend, UVADRM_ReleaseBackend(kDrmBackend)};
     }
 
     VelmoraTest::LogCapture log;
     std::vector<std::string> calls;
-    std::vector<int> results;
 
 private:
     Callbacks saved_;
@@ -80,47 +80,42 @@ TEST_F(EntryPointsTest, SupportedKeySystemsAreAnsweredWithoutTheTable) {
     const char** ids = nullptr;
     ASSERT_EQ(UVADRM_GetSupportedBackendIDs(ids), UVA_STATUS_OK);
     ASSERT_NE(ids, nullptr);
-    EXPECT_STREQ(ids[0], "com.youtube.playready");
-    EXPECT_STREQ(ids[1], "urn:dvb:casystemid:19219");
-    EXPECT_STREQ(ids[2], "org.w3.clearkey");
-    EXPECT_STREQ(ids[3], "webkit-org.w3.clearkey");
+    EXPECT_THAT(std::vector<std::string>(ids, ids + 4),
+                ElementsAre("com.youtube.playready", "urn:dvb:casystemid:19219", "org.w3.clearkey", "webkit-org.w3.clearkey"));
     EXPECT_EQ(ids[4], nullptr);
     delete[] ids;
     EXPECT_THAT(calls, IsEmpty());
 }
 
 TEST_F(EntryPointsTest, InstalledTableReceivesArgumentsUnchangedAndAnswersThroughTheEntryPoints) {
-    SetCallbacks(RecordingTable());
-    CallAll();
-    EXPECT_THAT(calls, ElementsAre("request 2 client", "release backend", "drm request org.w3.clearkey client",
-                                   "drm release backend"));
-    EXPECT_THAT(results, ElementsAre(1, UVA_STATUS_ERROR_3, 1, UVA_STATUS_OK));
-}
-
-TEST_F(EntryPointsTest, EmptyMemberSilencesOnlyItsEntryPoint) {
-    Callbacks table = RecordingTable();
-    table.releaseBackend.clear();
-    SetCallbacks(table);
-    CallAll();
-    EXPECT_THAT(calls, ElementsAre("request 2 client", "drm request org.w3.clearkey client", "drm release backend"));
-    EXPECT_THAT(results, ElementsAre(1, UVA_STATUS_ERROR, 1, UVA_STATUS_OK));
-}
-
-TEST_F(EntryPointsTest, AssigningTheTableToItselfLeavesItUnchanged) {
-    SetCallbacks(RecordingTable());
-    SetCallbacks(Velmora::uvaCallbacks);
-    CallAll();
-    EXPECT_THAT(results, ElementsAre(1, UVA_STATUS_ERROR_3, 1, UVA_STATUS_OK));
-}
-
-TEST_F(EntryPointsTest, ALaterTableReplacesTheEarlierOne) {
-    SetCallbacks(RecordingTable());
-    Callbacks second;
-    second.releaseBackend = [](UVABackend*) { return UVA_STATUS_ERROR_2; };
-    SetCallbacks(second);
-    CallAll();
-    EXPECT_THAT(calls, IsEmpty());
-    EXPECT_THAT(results, ElementsAre(0, UVA_STATUS_ERROR_2, 0, UVA_STATUS_ERROR));
+    using Strings = std::vector<std::string>;
+    const Strings all{"request 2 client", "release backend", "drm request org.w3.clearkey client", "drm release backend"};
+    const struct {
+        const char* name;
+        std::function<void(Callbacks&)> change;  // to the table installed over an earlier recording one
+        bool thenItself;
+        Strings calls;
+        std::vector<int> results;
+    } rows[] = {
+        {"as_given", [](Callbacks&) {}, false, all, {1, UVA_STATUS_ERROR_3, 1, UVA_STATUS_OK}},
+        {"assigned_to_itself", [](Callbacks&) {}, true, all, {1, UVA_STATUS_ERROR_3, 1, UVA_STATUS_OK}},
+        {"empty_member_silences_only_its_entry_point", [](Callbacks& table) { table.releaseBackend.clear(); }, false,
+         {all[0], all[2], all[3]}, {1, UVA_STATUS_ERROR, 1, UVA_STATUS_OK}},
+        {"later_table_replaces_the_earlier",
+         [](Callbacks& table) { table = Callbacks{}, table.releaseBackend = [](UVABackend*) { return UVA_STATUS_ERROR_2; }; },
+         false, {}, {0, UVA_STATUS_ERROR_2, 0, UVA_STATUS_ERROR}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        SetCallbacks(RecordingTable());
+        Callbacks table = RecordingTable();
+        row.change(table);
+        SetCallbacks(table);
+        if (row.thenItself) SetCallbacks(Velmora::uvaCallbacks);
+        calls.clear();
+        EXPECT_THAT(CallAll(), ElementsAreArray(row.results));
+        EXPECT_EQ(calls, row.calls);
+    }
 }
 
 }  // namespace

@@ -37,23 +37,17 @@ private:
     std::atomic<int>& destroyed_;
 };
 
-TEST(SlotGateTest, SlotRunsWhileOpenAndNeverAfterClose) {
-    std::atomic<int> destroyed{0};
-    Subscriber subscriber(destroyed);
-    const auto slot = subscriber.gate.Bind(&Subscriber::Handle, &subscriber);
-    slot(7);
-    subscriber.gate.Close();
-    slot(8);
-    EXPECT_EQ(subscriber.calls, 1);
-    EXPECT_EQ(subscriber.last, 7);
-}
-
-TEST(SlotGateTest, SlotOutlivingItsOwnerDoesNothing) {
+TEST(SlotGateTest, SlotRunsWhileOpenAndNeverAfterCloseNorAfterItsOwnerIsGone) {
     std::atomic<int> destroyed{0};
     boost::function<void(int)> slot;
     {
         Subscriber subscriber(destroyed);
         slot = subscriber.gate.Bind(&Subscriber::Handle, &subscriber);
+        slot(7);
+        subscriber.gate.Close();
+        slot(8);
+        EXPECT_EQ(subscriber.calls, 1);
+        EXPECT_EQ(subscriber.last, 7);
     }
     slot(1);  // would touch freed memory without the gate
     EXPECT_EQ(destroyed, 1);
@@ -89,29 +83,19 @@ TEST(SlotGateTest, ClosingFromInsideItsOwnSlotDoesNotWaitForItself) {
     EXPECT_EQ(subscriber.calls, 1);
 }
 
-TEST(SlotGateTest, OwnerReleasedInsideItsOwnSlotIsDeletedWhenTheSlotReturns) {
-    std::atomic<int> destroyed{0};
-    auto* subscriber = new Subscriber(destroyed);
-    boost::shared_ptr<Subscriber> owner = SlotGate::Own<Subscriber>(subscriber, subscriber->gate);
-    int destroyedRightAfterRelease = -1;
-    subscriber->during = [&] {
-        owner.reset();
-        destroyedRightAfterRelease = destroyed;
-    };
-    const auto slot = subscriber->gate.Bind(&Subscriber::Handle, subscriber);
-    slot(1);
-    EXPECT_EQ(destroyedRightAfterRelease, 0);
-    EXPECT_EQ(destroyed, 1);
-}
-
-TEST(SlotGateTest, OwnerReleasedOutsideItsSlotsIsDeletedAtOnce) {
-    std::atomic<int> destroyed{0};
-    auto* subscriber = new Subscriber(destroyed);
-    boost::shared_ptr<Subscriber> owner = SlotGate::Own<Subscriber>(subscriber, subscriber->gate);
-    const auto slot = subscriber->gate.Bind(&Subscriber::Handle, subscriber);
-    owner.reset();
-    EXPECT_EQ(destroyed, 1);
-    slot(2);
+TEST(SlotGateTest, OwnerReleasedInsideItsOwnSlotIsDeletedWhenTheSlotReturnsElseAtOnce) {
+    for (const bool insideSlot : {true, false}) {
+        std::atomic<int> destroyed{0};
+        auto* subscriber = new Subscriber(destroyed);
+        boost::shared_ptr<Subscriber> owner = SlotGate::Own<Subscriber>(subscriber, subscriber->gate);
+        int destroyedRightAfterRelease = -1;
+        const std::function<void()> release = [&] { owner.reset(), destroyedRightAfterRelease = destroyed; };
+        const auto slot = subscriber->gate.Bind(&Subscriber::Handle, subscriber);
+        insideSlot ? void(subscriber->during = release) : release();
+        slot(1);  // after an outside release: must not reach the deleted owner
+        EXPECT_EQ(destroyedRightAfterRelease, insideSlot ? 0 : 1);
+        EXPECT_EQ(destroyed, 1);
+    }
 }
 
 }  // namespace

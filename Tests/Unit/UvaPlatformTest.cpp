@@ -101,22 +101,6 @@ TEST_F(BrowserEventTest, EventsFreeTheirTexts) {
     delete rating;
 }
 
-TEST_F(BrowserEventTest, SampleHandsOverItsSubSampleListInOrder) {
-    UVABackend::MediaSample sample;
-    sample.addSubSample(1, 10);
-    sample.addSubSample(2, 20);
-    UVABackend::MediaSample::SubSample* list = sample.takeSubSamples();
-    EXPECT_EQ(sample.takeSubSamples(), nullptr);
-    std::vector<std::uint32_t> clear;
-    while (list != nullptr) {
-        clear.push_back(list->clearBytes);
-        UVABackend::MediaSample::SubSample* next = list->next;
-        delete list;
-        list = next;
-    }
-    EXPECT_THAT(clear, ElementsAre(1u, 2u));
-}
-
 TEST_F(BrowserEventTest, SourceDescriptionsOwnTheirTexts) {
     delete UVABackend::SourceDescription::BackendStreaming("http://tv/stream");
     delete UVABackend::SourceDescription::Streaming(3, 77, true, 1, nullptr);

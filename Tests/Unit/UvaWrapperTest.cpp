@@ -2,7 +2,7 @@
 
 #include <boost/make_shared.hpp>
 #include <memory>
-#include <sstream>
+#include <algorithm>
 #include <stdexcept>
 
 #include "EntryPoints.h"
@@ -27,11 +27,7 @@ using Velmora::ExceptionBase;
 using Velmora::Wrapper::IntegrationLayer;
 using VelmoraTest::LogLine;
 
-std::string Text(const void* pointer) {
-    std::ostringstream text;
-    text << pointer;
-    return text.str();
-}
+std::string Text(const void* pointer) { return ::testing::PrintToString(pointer); }
 
 // The library started by its owner with a mocked media stack; the test plays the browser through the
 // exported functions.
@@ -74,13 +70,8 @@ protected:
     std::unique_ptr<IntegrationLayer> layer;
 };
 
-TEST_F(RegistryTest, StartsEmptyAndKeepsTheRootObject) {
-    EXPECT_EQ(layer->GetUvaImpl(), uva);
-    EXPECT_FALSE(layer->GetActiveMediaBackendImpl());
-    EXPECT_FALSE(layer->GetActiveVideoBroadcastImpl());
-}
-
 TEST_F(RegistryTest, MediaRequestIsTracedAndActiveUntilReleased) {
+    EXPECT_EQ(layer->GetUvaImpl(), uva);
     EXPECT_CALL(*uva, CreateBackend(1));
     UVABackend* backend = Request(UVABackend::TYPE_MEDIA_SOURCE);
     ASSERT_NE(backend, nullptr);
@@ -161,7 +152,7 @@ INSTANTIATE_TEST_SUITE_P(
                         "Unknown exception caught in UVAWrapper::RequestDrmBackend"}),
     [](const ::testing::TestParamInfo<CreationFailure>& info) { return std::string(info.param.name); });
 
-TEST_F(RegistryTest, HandleLookupLivesExactlyWhileABroadcastBackendDoes) {
+TEST_F(RegistryTest, HandleLookupLivesExactlyWhileABroadcastBackendDoesAndLeavesUnknownHandlesEmpty) {
     EXPECT_CALL(*uva, ConnectHandleLookup(_)).Times(2);
     auto* first = static_cast<UVAVideoBroadcastBackend*>(Request(UVABackend::TYPE_VIDEO_BROADCAST));
     auto* second = static_cast<UVAVideoBroadcastBackend*>(Request(UVABackend::TYPE_VIDEO_BROADCAST));
@@ -169,6 +160,9 @@ TEST_F(RegistryTest, HandleLookupLivesExactlyWhileABroadcastBackendDoes) {
     second->setWindowId(&handle);
     EXPECT_EQ(uva->LookUp(&handle), broadcasts.at(1));
     EXPECT_EQ(layer->GetActiveVideoBroadcastImpl(), broadcasts.at(1));
+    int unknown = 0;
+    EXPECT_FALSE(uva->LookUp(&unknown));
+    EXPECT_THAT(Lines(), Contains(LogLine(5, "GetBackendByVideoBroadcastHandle: dynamic cast failed! ")));
 
     UVA_ReleaseBackend(first);
     EXPECT_EQ(uva->handleLookups.num_slots(), 1u);
@@ -176,13 +170,6 @@ TEST_F(RegistryTest, HandleLookupLivesExactlyWhileABroadcastBackendDoes) {
     EXPECT_EQ(uva->handleLookups.num_slots(), 0u);
     Request(UVABackend::TYPE_VIDEO_BROADCAST);  // the count starts over: connected again
     EXPECT_EQ(uva->handleLookups.num_slots(), 1u);
-}
-
-TEST_F(RegistryTest, LookupOfAnUnknownHandleLeavesTheAnswerEmpty) {
-    Request(UVABackend::TYPE_VIDEO_BROADCAST);
-    int unknown = 0;
-    EXPECT_FALSE(uva->LookUp(&unknown));
-    EXPECT_THAT(Lines(), Contains(LogLine(5, "GetBackendByVideoBroadcastHandle: dynamic cast failed! ")));
 }
 
 TEST_F(RegistryTest, FailingToConnectTheLookupKeepsTheNewWrapper) {
@@ -238,12 +225,10 @@ TEST_F(RegistryTest, EmptyBackendsFromTheMediaStackGiveWrappersThatAnswerWithFai
 
 TEST_F(RegistryTest, RegistryListsTheSameKeySystemsAsTheEntryPoint) {
     const char** ids = nullptr;
-    ASSERT_EQ(Velmora::uvaCallbacks.getSupportedBackendIDs(ids), UVA_STATUS_OK);
     const char** exported = nullptr;
+    ASSERT_EQ(Velmora::uvaCallbacks.getSupportedBackendIDs(ids), UVA_STATUS_OK);
     ASSERT_EQ(UVADRM_GetSupportedBackendIDs(exported), UVA_STATUS_OK);
-    for (int index = 0; index < 5; ++index) {
-        EXPECT_EQ(ids[index], exported[index]);
-    }
+    EXPECT_TRUE(std::equal(ids, ids + 5, exported));
     delete[] ids;
     delete[] exported;
 }
