@@ -13,10 +13,10 @@ namespace {
 
 const std::vector<double> kSpeeds = {-8.0, -4.0, -2.0, -1.0, 0.0, 1.0, 2.0, 4.0, 8.0};
 
-std::vector<boost::shared_ptr<ChannelSpec>> ChannelList(const std::vector<ChannelSpec>& specs) {
+std::vector<boost::shared_ptr<ChannelSpec>> ChannelList(const std::vector<ChannelSpec>& channels) {
     std::vector<boost::shared_ptr<ChannelSpec>> list;
-    for (const auto& spec : specs) {
-        list.push_back(boost::shared_ptr<ChannelSpec>(new ChannelSpec(spec)));
+    for (const auto& channel : channels) {
+        list.push_back(boost::shared_ptr<ChannelSpec>(new ChannelSpec(channel)));
     }
     return list;
 }

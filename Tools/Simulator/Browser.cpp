@@ -132,7 +132,7 @@ void DrmClient::handleDRMEvent(UVADRMEvent* event) { session.Deliver(event, rele
 
 // ---- Session ----------------------------------------------------------------------------------------
 
-Session::Session(Timeline& timeline, const EntryPoints& library, LogBook& log, std::uint32_t seed,
+Session::Session(Timeline& timeline, const EntryPoints& library, LogBook& log, std::uint32_t variant,
                  const Velmora::Reference::StackOptions& options)
     : timeline(timeline),
       library(library),
@@ -140,7 +140,7 @@ Session::Session(Timeline& timeline, const EntryPoints& library, LogBook& log, s
       options(options),
       stack(new Velmora::Reference::ReferenceUva(options)),
       layer(std::make_unique<Velmora::Wrapper::IntegrationLayer>(stack)),
-      random(seed) {}
+      random(variant) {}
 
 Session::~Session() {
     ReleaseAll();
@@ -318,7 +318,7 @@ void Session::Handle(UVAEvent* event) {
     delete event;
 }
 
-// Fills the request with samples of 500 ms, sizes varied by the seed, encrypted where the stream is;
+// Fills the request with samples of 500 ms, sizes varied by the variant number, encrypted where the stream is;
 // the last answer of a stream ends it.
 void Session::Answer(NeedMSEDataEvent* request) {
     Stream& stream = streams[request->sourceId];

@@ -81,7 +81,7 @@ private:
 
 class Session {
 public:
-    Session(Timeline& timeline, const EntryPoints& library, LogBook& log, std::uint32_t seed,
+    Session(Timeline& timeline, const EntryPoints& library, LogBook& log, std::uint32_t variant,
             const Velmora::Reference::StackOptions& options);
     ~Session();
 

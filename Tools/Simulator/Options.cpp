@@ -36,8 +36,8 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
             options.trace = static_cast<int>(number);
         } else if (name == "--iterations" && ToNumber(value, 1, number)) {
             options.iterations = static_cast<int>(number);
-        } else if (name == "--seed" && ToNumber(value, 0, number)) {
-            options.seed = static_cast<std::uint32_t>(number);
+        } else if (name == "--variant" && ToNumber(value, 0, number)) {
+            options.variant = static_cast<std::uint32_t>(number);
         } else if (name == "--library") {
             options.library = value;
         } else {
@@ -56,7 +56,7 @@ void PrintHelp(const char* program) {
         "  --scenario NAME   mse, url, drm, broadcast, faults or all (default: all)\n"
         "  --trace LEVEL     the library's log threshold, 0 (everything) to 6 (quiet, the default)\n"
         "  --iterations N    run the scenarios N times (a soak run; default 1)\n"
-        "  --seed N          varies sample sizes (default 1)\n"
+        "  --variant N       varies sample sizes (default 1)\n"
         "  --library PATH    the libvelmora.so to load (default: the one built with this program,\n"
         "                    %s).\n"
         "                    The reference stack links the library too; so that both use the same\n"

@@ -10,7 +10,7 @@ struct Options {
     std::string scenario = "all";
     int trace = 6;  // the library's log threshold: 6 keeps it quiet
     int iterations = 1;
-    std::uint32_t seed = 1;
+    std::uint32_t variant = 1;
     std::string library = VELMORA_LIBRARY_PATH;
     bool help = false;
 };

@@ -238,11 +238,11 @@ const Scenario kScenarios[] = {
 }  // namespace
 
 void RunScenario(const std::string& name, Timeline& timeline, const EntryPoints& library, LogBook& log,
-                 std::uint32_t seed) {
+                 std::uint32_t variant) {
     for (const Scenario& scenario : kScenarios) {
         if (name == "all" || name == scenario.name) {
             timeline.Heading(std::string(scenario.name) + ": " + scenario.title);
-            Session session(timeline, library, log, seed, scenario.options());
+            Session session(timeline, library, log, variant, scenario.options());
             scenario.run(session);
             session.Close();
             session.ReleaseAll();

@@ -10,6 +10,6 @@ namespace Simulator {
 
 // Runs `name` ("all" runs every scenario); broken expectations are recorded in the timeline.
 void RunScenario(const std::string& name, Timeline& timeline, const EntryPoints& library, LogBook& log,
-                 std::uint32_t seed);
+                 std::uint32_t variant);
 
 }  // namespace Simulator

@@ -66,8 +66,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::string loaded = LoadedLibrary();
-    std::printf("velmora-simulator: library %s, scenario %s, %d iteration(s), seed %u\n", loaded.c_str(),
-                options.scenario.c_str(), options.iterations, options.seed);
+    std::printf("velmora-simulator: library %s, scenario %s, %d iteration(s), variant %u\n", loaded.c_str(),
+                options.scenario.c_str(), options.iterations, options.variant);
     if (loaded != RealPath(options.library)) {
         std::fprintf(stderr, "the media stack uses %s, not %s\n", loaded.c_str(), options.library.c_str());
         return 2;
@@ -90,7 +90,7 @@ int main(int argc, char** argv) {
         if (options.iterations > 1) {
             timeline.Heading("iteration " + std::to_string(i + 1));
         }
-        Simulator::RunScenario(options.scenario, timeline, library, log, options.seed + static_cast<std::uint32_t>(i));
+        Simulator::RunScenario(options.scenario, timeline, library, log, options.variant + static_cast<std::uint32_t>(i));
     }
     const UvaLiveObjects after = uvaLiveObjects();
     const long alive = after.Total() - before.Total();
