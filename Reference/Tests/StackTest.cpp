@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
-#include <atomic>
 #include <thread>
 #include <stdexcept>
 
@@ -104,13 +103,6 @@ protected:
         return true;
     }
 
-    // Lets go of `backend` and waits until it is destroyed: a step in progress holds it to the step's end.
-    static bool Gone(boost::shared_ptr<ReferenceMediaBackend>& backend) {
-        const boost::weak_ptr<ReferenceMediaBackend> watch = backend;
-        backend.reset();
-        return Eventually([&] { return watch.expired(); });
-    }
-
     void Start(ReferenceMediaBackend& backend) {
         backend.InitBackend("http://example.test/clip.mp4", Velmora::IBackend::SourceDescriptionBackendStreaming{},
                             false);
@@ -119,19 +111,6 @@ protected:
 
     Velmora::Reference::StackOptions options = ManualOptions();
 };
-
-TEST_F(ThreadedClock, PlaysOnAThreadOfItsOwnWhichTheDestructorJoins) {
-    auto backend = ReferenceMediaBackend::Create(0, options, std::make_shared<FaultInjector>());
-    EventRecorder events{*backend};
-    std::atomic<int> onTestThread{0};
-    events.onEvent = [&onTestThread, test = std::this_thread::get_id()](const auto&) {
-        onTestThread += std::this_thread::get_id() == test ? 1 : 0;
-    };
-    Start(*backend);
-    ASSERT_TRUE(Eventually([&] { return backend->GetStatus().finished; }));
-    EXPECT_EQ(onTestThread, 0);
-    EXPECT_TRUE(Gone(backend)) << "and no slot runs on `events` any more";
-}
 
 TEST_F(ThreadedClock, TheBrowserMayReleaseTheBackendFromInsideItsOwnEvent) {
     auto owner = ReferenceMediaBackend::Create(0, options, std::make_shared<FaultInjector>());
