@@ -10,6 +10,7 @@
 #include "CallGuard.h"
 #include "Log.h"
 #include "Utilities.h"
+#include "WrapperTexts.h"
 #include "Velmora/Exceptions.h"
 
 namespace Velmora {
@@ -43,8 +44,6 @@ std::ostream& operator<<(std::ostream& line, const Entry& entry) {
 // A byte block in a trace line: its bytes up to the first zero, whatever its length. A null block fails
 // the stream, which blanks the rest of the line. Deliberate: the traces have always read this way.
 const char* AsText(const unsigned char* bytes) { return reinterpret_cast<const char*>(bytes); }
-
-constexpr const char* kEventCastFailed = "Dynamic cast of Velmora::BackendEventPtr failed.";
 
 // The media stack's event as the class its type code names; never read fields of another class. The
 // throw leaves the slot towards whoever raised the event, as for the media back-end's events.

@@ -12,6 +12,7 @@
 #include "DrmBackendWrapper.h"
 #include "Log.h"
 #include "Utilities.h"
+#include "WrapperTexts.h"
 #include "Velmora/Exceptions.h"
 
 namespace Velmora {
@@ -42,15 +43,7 @@ constexpr const char* kNoDrmBackend = " Unable to get DRM backend from Uva Clien
 constexpr const char* kNotOurDrmBackend = " Dynamic cast from UVADRMBackend* to DrmBackendWrapper* failed!";
 constexpr const char* kSendingEvent = "; (sending event to Opera): ";
 constexpr const char* kEventNotHandled = "MediaBackendEvent not handled. Event ID: ";
-constexpr const char* kEventCastFailure = "Dynamic cast of Velmora::BackendEventPtr failed.";
-constexpr const char* kUnknownComponentAction = "Unknown ComponentChangedEvent action!";
 constexpr const char* kEventWithoutClient = "MediaBackendEvent Event cannot be sent since client is not set!";
-// The selection refusals say "select" for both operations, and word an unknown component differently.
-constexpr const char* kNullComponent = " Uva attempts to select nullpointer AVComponent id.";
-constexpr const char* kUnknownSelectedComponent = " Uva attempts to select non-existing AVComponent id.";
-constexpr const char* kUnknownUnselectedComponent = " Uva attempts to select invalid AVComponent id.";
-constexpr const char* kComponentCastFailure =
-    "Exception occurred while performing cast from '::UVABackend::AVComponent*' to 'AvComponentWrapper*'";
 
 // The operation's name is glued to the failure sentence without a blank; the browser's logs expect that.
 CallPolicy MediaCall(const char* name, int exceptionBaseLevel = 5) {
@@ -614,11 +607,11 @@ UVA_STATUS MediaBackendWrapper::getNativeSize(int& width, int& height, double& a
 // Component selection
 
 UVA_STATUS MediaBackendWrapper::selectComponent(AVComponent* component) {
-    return PassOnSelection("selectComponent", kUnknownSelectedComponent, &IMediaBackend::SelectComponent, component);
+    return PassOnSelection("selectComponent", kSelectUnknown, &IMediaBackend::SelectComponent, component);
 }
 
 UVA_STATUS MediaBackendWrapper::unselectComponent(AVComponent* component) {
-    return PassOnSelection("unselectComponent", kUnknownUnselectedComponent, &IMediaBackend::UnselectComponent,
+    return PassOnSelection("unselectComponent", kUnselectUnknown, &IMediaBackend::UnselectComponent,
                            component);
 }
 
@@ -638,7 +631,7 @@ UVA_STATUS MediaBackendWrapper::PassOnSelection(const char* name, const char* un
         }
         const auto* shown = dynamic_cast<const AvComponentWrapper*>(component);
         if (shown == nullptr) {
-            throw GenericErrorException(kComponentCastFailure);
+            throw GenericErrorException(kComponentCastFailed);
         }
         // Only a component the media stack reports active can be selected or unselected.
         if (shown->state == 0) {
@@ -673,7 +666,7 @@ void MediaBackendWrapper::MediaBackendEvent(boost::shared_ptr<BackendEvent> even
 void MediaBackendWrapper::OnComponentChanged(const BackendEvent& event) {
     const auto* change = dynamic_cast<const ComponentChangedEvent*>(&event);
     if (change == nullptr) {
-        throw GenericErrorException(kEventCastFailure);
+        throw GenericErrorException(kEventCastFailed);
     }
     switch (change->action) {
         case ComponentChangedEvent::Added: {

@@ -12,6 +12,7 @@
 #include "AvComponentWrapper.h"
 #include "Log.h"
 #include "Utilities.h"
+#include "WrapperTexts.h"
 #include "Velmora/Exceptions.h"
 
 namespace Velmora {
@@ -36,16 +37,8 @@ constexpr const char* kNoMemory = "Memory allocation error.";
 
 constexpr const char* kSelectName = "selectComponent";
 constexpr const char* kUnselectName = "unselectComponent";
-// Both operations say "select" for a null component, but word the unknown component differently.
-constexpr const char* kNullComponent = " Uva attempts to select nullpointer AVComponent id.";
-constexpr const char* kSelectUnknown = " Uva attempts to select non-existing AVComponent id.";
-constexpr const char* kUnselectUnknown = " Uva attempts to select invalid AVComponent id.";
-constexpr const char* kComponentCastFailed =
-    "Exception occurred while performing cast from '::UVABackend::AVComponent*' to 'AvComponentWrapper*'";
 constexpr const char* kSelected = "Select component: ";
 
-constexpr const char* kEventCastFailed = "Dynamic cast of Velmora::BackendEventPtr failed.";
-constexpr const char* kUnknownAction = "Unknown ComponentChangedEvent action!";
 constexpr const char* kNotHandled = "VideoBroadcastBackendEvent not handled. Event ID: ";
 constexpr const char* kNoClient = "VideoBroadcastBackendEvent Event cannot be sent since client is not set!";
 constexpr const char* kRemoving = "Component to be REMOVED: ";
@@ -430,7 +423,7 @@ void VideoBroadcastBackendWrapper::OnComponentChanged(const Velmora::ComponentCh
             return;
         }
         default:
-            throw GenericErrorException(kUnknownAction);
+            throw GenericErrorException(kUnknownComponentAction);
     }
 }
 

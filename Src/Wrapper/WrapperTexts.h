@@ -1,0 +1,17 @@
+#pragma once
+// Texts that more than one wrapper writes, kept exactly as the browser's logs have always shown them.
+
+namespace Velmora {
+namespace Wrapper {
+
+inline constexpr const char* kEventCastFailed = "Dynamic cast of Velmora::BackendEventPtr failed.";
+inline constexpr const char* kUnknownComponentAction = "Unknown ComponentChangedEvent action!";
+// The selection refusals say "select" for both operations, and word an unknown component differently.
+inline constexpr const char* kNullComponent = " Uva attempts to select nullpointer AVComponent id.";
+inline constexpr const char* kSelectUnknown = " Uva attempts to select non-existing AVComponent id.";
+inline constexpr const char* kUnselectUnknown = " Uva attempts to select invalid AVComponent id.";
+inline constexpr const char* kComponentCastFailed =
+    "Exception occurred while performing cast from '::UVABackend::AVComponent*' to 'AvComponentWrapper*'";
+
+}  // namespace Wrapper
+}  // namespace Velmora
