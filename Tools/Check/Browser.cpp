@@ -31,7 +31,7 @@ constexpr std::int32_t kSourceId = 1;
 constexpr std::int32_t kSampleMs = 500;
 constexpr std::int32_t kStreamMs = 3000;  // long enough for a few data requests, short enough to be quick
 constexpr auto kStreamDeadline = std::chrono::seconds(5);
-constexpr auto kRemovalDeadline = std::chrono::seconds(3);
+constexpr auto kRemovalDeadline = std::chrono::seconds(2);
 constexpr auto kStrayEventWait = std::chrono::milliseconds(300);
 // A noisy machine slows single calls down now and then; the median of a few calls is the stack's own.
 constexpr int kCallsPerOperation = 3;
@@ -311,6 +311,7 @@ private:
         const auto status = streamDone ? UVABackend::WRITE_DATA_END_OF_STREAM : UVABackend::WRITE_DATA_OK;
         const UVA_STATUS answer = media->writeData(request, 0, status);  // takes the request over
         if (answer != UVA_STATUS_OK) {
+            streamDone = true;  // a browser gives up on a stream whose data is refused
             observations.writeFailures.push_back("writeData(" + std::to_string(filled) + " samples" +
                                                  (streamDone ? ", end of stream" : "") + ") -> " + std::to_string(answer));
             return;
@@ -360,7 +361,8 @@ UVAMediaBackend* RequestMediaSource(Harness& harness, UVAClient& client, std::st
 
 }  // namespace
 
-Observations PlaySession(Harness& harness, Ending ending, const std::function<void(const std::string&)>& step) {
+Observations PlaySession(Harness& harness, Ending ending, bool select,
+                         const std::function<void(const std::string&)>& step) {
     Observations observations;
     Browser browser(observations);
     step("requesting a Media Source back-end");
@@ -383,10 +385,12 @@ Observations PlaySession(Harness& harness, Ending ending, const std::function<vo
         observations.writeFailures.push_back("initBackend or play failed: " + harness.LastLine(5));
     }
     const bool whilePlaying = ending == Ending::WhilePlaying;
-    browser.Pump([&] { return whilePlaying ? observations.samplesWritten > 0 : browser.streamDone; }, kStreamDeadline);
-    if (!whilePlaying) {
+    browser.Pump([&] { return whilePlaying ? observations.dataRequests > 0 : browser.streamDone; }, kStreamDeadline);
+    if (!whilePlaying && select) {
         step("selecting a component");
         browser.SelectFirstComponent();
+    }
+    if (!whilePlaying) {
         step("stopping and waiting for the components to be removed");
         media->stop();
         browser.Pump([&] { return browser.componentsLive <= 0; }, kRemovalDeadline);

@@ -48,8 +48,10 @@ enum class Ending {
     WhilePlaying,  // release while the stack still raises events
 };
 
-// Requests a Media Source back-end, plays a short stream into it and releases it.
-Observations PlaySession(Harness& harness, Ending ending, const std::function<void(const std::string&)>& step);
+// Requests a Media Source back-end, plays a short stream into it (selecting the first component
+// announced when `select` is set) and releases it.
+Observations PlaySession(Harness& harness, Ending ending, bool select,
+                         const std::function<void(const std::string&)>& step);
 
 // One browser operation as a check calls it.
 struct OperationTiming {

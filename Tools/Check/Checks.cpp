@@ -138,28 +138,28 @@ Verdict CreateDrmBackends(Context& context) {
 }
 
 Verdict EventClasses(Context& context) {
-    const Observations seen = PlaySession(context.harness, Ending::Orderly, context.step);
+    const Observations seen = PlaySession(context.harness, Ending::Orderly, false, context.step);
     if (!seen.unavailable.empty()) return Skip(seen.unavailable);
     return seen.wrongClasses.empty() ? Pass("every event raised was of the class its code names")
                                      : Fail(Join(seen.wrongClasses));
 }
 
 Verdict EventValues(Context& context) {
-    const Observations seen = PlaySession(context.harness, Ending::Orderly, context.step);
+    const Observations seen = PlaySession(context.harness, Ending::Orderly, false, context.step);
     if (!seen.unavailable.empty()) return Skip(seen.unavailable);
     return seen.insaneValues.empty() ? Pass("no negative size or position, every duration a number")
                                      : Fail(Join(seen.insaneValues));
 }
 
 Verdict NoEventAfterRelease(Context& context) {
-    const Observations seen = PlaySession(context.harness, Ending::WhilePlaying, context.step);
+    const Observations seen = PlaySession(context.harness, Ending::WhilePlaying, false, context.step);
     if (!seen.unavailable.empty()) return Skip(seen.unavailable);
     return seen.afterRelease.empty() ? Pass("released while playing; nothing arrived afterwards")
                                      : Fail(Join(seen.afterRelease));
 }
 
 Verdict ComponentLifetime(Context& context) {
-    const Observations seen = PlaySession(context.harness, Ending::Orderly, context.step);
+    const Observations seen = PlaySession(context.harness, Ending::Orderly, false, context.step);
     if (!seen.unavailable.empty()) return Skip(seen.unavailable);
     if (seen.componentsAnnounced == 0) return Skip("the stack announced no components");
     if (!seen.componentFaults.empty()) return Fail(Join(seen.componentFaults));
@@ -167,7 +167,7 @@ Verdict ComponentLifetime(Context& context) {
 }
 
 Verdict ComponentSelection(Context& context) {
-    const Observations seen = PlaySession(context.harness, Ending::Orderly, context.step);
+    const Observations seen = PlaySession(context.harness, Ending::Orderly, true, context.step);
     if (!seen.unavailable.empty()) return Skip(seen.unavailable);
     if (!seen.selectionTried) return Skip("the stack announced no components");
     if (seen.selectionStatus != UVA_STATUS_OK) {
@@ -178,7 +178,7 @@ Verdict ComponentSelection(Context& context) {
 }
 
 Verdict MediaSource(Context& context) {
-    const Observations seen = PlaySession(context.harness, Ending::Orderly, context.step);
+    const Observations seen = PlaySession(context.harness, Ending::Orderly, false, context.step);
     if (!seen.unavailable.empty()) return Skip(seen.unavailable);
     if (!seen.writeFailures.empty()) {
         return Fail(Join(seen.writeFailures) + "; the library logged: " + context.harness.LastLine(4));
@@ -193,7 +193,7 @@ Verdict MediaSource(Context& context) {
 }
 
 Verdict ReleaseNotBlocked(Context& context) {
-    const Observations seen = PlaySession(context.harness, Ending::WhilePlaying, context.step);
+    const Observations seen = PlaySession(context.harness, Ending::WhilePlaying, false, context.step);
     if (!seen.unavailable.empty()) return Skip(seen.unavailable);
     const std::string took = "UVA_ReleaseBackend while the stack raised events took " + Ms(seen.releaseTime);
     if (seen.releaseTime > kReleaseLimit) {
@@ -210,8 +210,9 @@ Verdict Exceptions(Context& context) {
     if (!unavailable.empty()) return Skip(unavailable);
     std::vector<std::string> foreign;
     for (const OperationTiming& timing : timings) {
-        for (const std::string& line : timing.foreignExceptions) {
-            foreign.push_back(timing.name + ": " + line);
+        if (!timing.foreignExceptions.empty()) {
+            foreign.push_back(timing.name + " (" + std::to_string(timing.foreignExceptions.size()) +
+                              " times): " + timing.foreignExceptions.front());
         }
     }
     if (!foreign.empty()) {
