@@ -32,7 +32,7 @@ enum class Fault {
     CrashOnSelect,     // selection crashes the process
     HangOnSelect,      // selection never returns
     RefuseSamples,     // every Media Source answer refused
-    SlowRelease,       // a media back-end takes longer to go than the browser can wait
+    SlowRelease,       // a media back-end released while playing takes longer to go than the browser can wait
     ForeignException,  // setVolume throws an int
     SlowCall,          // setVolume takes far longer than a browser call may
 };
@@ -67,7 +67,7 @@ public:
     BrokenMediaBackend(boost::shared_ptr<IMediaBackend> inner, Fault fault) : inner(std::move(inner)), fault(fault) {}
 
     ~BrokenMediaBackend() override {
-        if (fault == Fault::SlowRelease) {
+        if (fault == Fault::SlowRelease && playing) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1200));
         }
     }
@@ -113,8 +113,14 @@ public:
         return inner->GetBufferedTimeRanges(b, t);
     }
     bool CanPlayURL(const std::string& url) override { return inner->CanPlayURL(url); }
-    void Play() override { inner->Play(); }
-    void Stop() override { inner->Stop(); }
+    void Play() override {
+        inner->Play();
+        playing = true;
+    }
+    void Stop() override {
+        inner->Stop();
+        playing = false;
+    }
     void Pause(bool paused) override { inner->Pause(paused); }
     void SetPlaybackRate(double rate) override { inner->SetPlaybackRate(rate); }
     bool GetDuration(double& duration) override { return inner->GetDuration(duration); }
@@ -148,6 +154,7 @@ public:
 private:
     const boost::shared_ptr<IMediaBackend> inner;
     const Fault fault;
+    bool playing = false;
 };
 
 class BrokenUva : public Reference::ReferenceUva {
