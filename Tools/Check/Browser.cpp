@@ -7,9 +7,7 @@
 #include <boost/make_shared.hpp>
 #include <cmath>
 #include <cstdlib>
-#include <exception>
 #include <memory>
-#include <set>
 #include <sstream>
 #include <thread>
 #include <type_traits>
@@ -252,6 +250,12 @@ public:
         released = true;
     }
 
+    // A stray event may still be noted on a stack thread while this copies.
+    Observations Snapshot() {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return observations;
+    }
+
     // Selects the first component announced, while an event still names it (so it cannot go away).
     void SelectFirstComponent() {
         if (heldComponentEvent == nullptr) {
@@ -404,13 +408,16 @@ Observations PlaySession(Harness& harness, Ending ending, bool select,
     UVA_ReleaseBackend(media);
     observations.releaseTime = Clock::now() - start;
     browser.MarkReleased();
-    step("waiting for stray events");
-    std::this_thread::sleep_for(kStrayEventWait);
+    if (whilePlaying) {
+        step("waiting for stray events");
+        std::this_thread::sleep_for(kStrayEventWait);
+    }
 
+    Observations seen = browser.Snapshot();
     const std::lock_guard<std::mutex> lock(probe->mutex);
-    observations.wrongClasses.insert(observations.wrongClasses.end(), probe->wrongClasses.begin(), probe->wrongClasses.end());
-    observations.componentFaults = probe->componentFaults;
-    return observations;
+    seen.wrongClasses.insert(seen.wrongClasses.end(), probe->wrongClasses.begin(), probe->wrongClasses.end());
+    seen.componentFaults = probe->componentFaults;
+    return seen;
 }
 
 std::vector<OperationTiming> SweepOperations(Harness& harness, std::string& unavailable) {
