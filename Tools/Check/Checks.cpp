@@ -46,7 +46,7 @@ public:
     UVADRMBackend* requestDRMBackend(const char*) override { return nullptr; }
 };
 
-Verdict StackFactory(Context& context) {
+Verdict MakeAndDeleteStack(Context& context) {
     context.step("destroying the IntegrationLayer, which deletes the stack");
     context.harness.Stop();
     return Pass("the factory made a stack; the library took it over and deleted it");
@@ -243,7 +243,7 @@ Verdict Latency(Context& context) {
 
 const std::vector<CheckDefinition>& AllChecks() {
     static const std::vector<CheckDefinition> checks = {
-        {"stack-factory", "the factory makes a stack that the library can take over and delete", StackFactory},
+        {"stack-factory", "the factory makes a stack that the library can take over and delete", MakeAndDeleteStack},
         {"create-backends", "types 0 and 1 give media back-ends, type 2 a broadcast back-end or an empty answer",
          CreateBackends},
         {"create-drm", "each key system is claimed (a DRM back-end of that name) or declined (empty or ExceptionBase)",
