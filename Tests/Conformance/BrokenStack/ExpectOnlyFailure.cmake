@@ -1,0 +1,17 @@
+# Runs velmora-check on one fault of the broken stack and insists that exactly the named check fails.
+# -DCHECK_TOOL= -DLIBRARY= -DEXPECTED= -DJUNIT= [-DFAULT=] [-DTIMEOUT=]
+if(NOT TIMEOUT)
+    set(TIMEOUT 20)
+endif()
+execute_process(COMMAND ${CHECK_TOOL} ${LIBRARY} --options "fault=${FAULT};step-ms=5" --junit ${JUNIT} --timeout-s ${TIMEOUT}
+                RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE errors)
+message("${output}")
+if(NOT status EQUAL 1)
+    message(FATAL_ERROR "velmora-check exited with ${status}, expected 1 for a failed check: ${errors}")
+endif()
+file(READ ${JUNIT} junit)
+string(REGEX MATCHALL "name=\"[a-z-]+\" time=\"[0-9.e+-]+\"><failure" failing "${junit}")
+string(REGEX REPLACE "name=\"([a-z-]+)\"[^;]*" "\\1" failing "${failing}")
+if(NOT failing STREQUAL EXPECTED)
+    message(FATAL_ERROR "expected only ${EXPECTED} to fail, the JUnit file says: ${failing}")
+endif()
