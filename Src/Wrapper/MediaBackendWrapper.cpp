@@ -293,7 +293,10 @@ struct RetireComponent {
 
 MediaBackendWrapper::MediaBackendWrapper(boost::shared_ptr<IBackend> implementation, UVABackend::UVABackendType type,
                                          UVAClient* eventClient)
-    : UVAMediaBackend(type), backend(std::move(implementation)), client(eventClient) {
+    : UVAMediaBackend(type),
+      backend(std::move(implementation)),
+      media(dynamic_cast<IMediaBackend*>(backend.get())),
+      client(eventClient) {
     if (client == nullptr) {
         VELMORA_LOG(kLog, 5) << kNoClient;
         eventConnection.disconnect();
@@ -304,7 +307,7 @@ MediaBackendWrapper::MediaBackendWrapper(boost::shared_ptr<IBackend> implementat
         return;
     }
     eventConnection = backend->ConnectEvent(gate.Bind(&MediaBackendWrapper::MediaBackendEvent, this));
-    if (auto* media = dynamic_cast<IMediaBackend*>(backend.get())) {
+    if (media != nullptr) {
         drmRequestConnection = media->ConnectDrmBackendRequest(gate.Bind(&MediaBackendWrapper::GetDRMBackend, this));
     }
 }
@@ -321,7 +324,6 @@ MediaBackendWrapper::~MediaBackendWrapper() {
 boost::shared_ptr<IBackend> MediaBackendWrapper::GetMediaBackendImpl() { return backend; }
 
 IMediaBackend& MediaBackendWrapper::Media() const {
-    auto* media = dynamic_cast<IMediaBackend*>(backend.get());
     if (media == nullptr) {
         throw GenericErrorException(kCastFailure);
     }

@@ -76,7 +76,8 @@ public:
     void GetDRMBackend(std::string keySystemId, IDrmBackend*& drmBackend);
 
 private:
-    // The back-end as an IMediaBackend; throws when there is none.
+    // The back-end as an IMediaBackend; throws when there is none (checked on every call, so a back-end
+    // of another kind fails each operation at the same point).
     IMediaBackend& Media() const;
 
     // The guard around one call into the media stack: a call answering nothing gives 1, a bool its status.
@@ -98,6 +99,8 @@ private:
     boost::signals2::scoped_connection drmRequestConnection;
     std::map<UVABackend::AVComponent*, IAvComponent*> componentMap;
     boost::shared_ptr<IBackend> backend;
+    // `backend` as an IMediaBackend, or null: resolved once, as the back-end never changes.
+    IMediaBackend* const media;
     UVAClient* client;
     SlotGate gate;
 };

@@ -157,7 +157,7 @@ struct Unused {
 
 VideoBroadcastBackendWrapper::VideoBroadcastBackendWrapper(boost::shared_ptr<IBackend> backend,
                                                            UVAClient* browserClient)
-    : impl(std::move(backend)) {
+    : impl(std::move(backend)), broadcast(dynamic_cast<IVideoBroadcastBackend*>(impl.get())) {
     if (browserClient == nullptr) {
         VELMORA_LOG(kLog, 5) << kClientNotSet;
         return;
@@ -175,11 +175,10 @@ VideoBroadcastBackendWrapper::~VideoBroadcastBackendWrapper() { gate.Close(); }
 boost::shared_ptr<IBackend> VideoBroadcastBackendWrapper::GetVideoBroadcastBackendImpl() { return impl; }
 
 IVideoBroadcastBackend& VideoBroadcastBackendWrapper::Broadcast() const {
-    auto* const backend = dynamic_cast<IVideoBroadcastBackend*>(impl.get());
-    if (backend == nullptr) {
+    if (broadcast == nullptr) {
         throw GenericErrorException(kCastFailed);
     }
-    return *backend;
+    return *broadcast;
 }
 
 template <typename Call>

@@ -95,6 +95,8 @@ private:
 
     ComponentMap components;
     boost::shared_ptr<IBackend> impl;
+    // `impl` as an IVideoBroadcastBackend, or null: resolved once, as the back-end never changes.
+    IVideoBroadcastBackend* const broadcast;
     boost::signals2::scoped_connection connection;
     UVAClient* client = nullptr;
     SlotGate gate;
