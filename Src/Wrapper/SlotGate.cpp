@@ -1,106 +1,114 @@
 #include "SlotGate.h"
 
-#include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
-#include <thread>
-#include <vector>
+#include <utility>
 
 namespace Velmora {
 namespace Wrapper {
 
+// A slot's way through the gate costs two atomic operations; the mutex and the condition are only
+// touched once the gate is closing, by the closing thread and by slots leaving while it waits.
 class SlotGate::State {
 public:
-    // Throws when there is no memory to note the call; the slot then does not run.
-    bool Enter() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (closed_) {
+    bool Enter() noexcept {
+        // Counted before the flag is read, and Close sets the flag before it reads the count (both
+        // sequentially consistent): either this slot sees the gate closed, or Close sees this slot.
+        inFlight_.fetch_add(1, std::memory_order_seq_cst);
+        if (closed_.load(std::memory_order_seq_cst)) {
+            Leave();
             return false;
         }
-        running_.push_back(std::this_thread::get_id());
         return true;
     }
 
-    // Allocates nothing: it runs in a destructor, and may run a postponed delete.
     void Leave() noexcept {
-        Deferred due;
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            const auto self = std::this_thread::get_id();
-            running_.erase(std::find(running_.begin(), running_.end(), self));
-            if (deferred_.destroy != nullptr && deferred_.thread == self &&
-                std::find(running_.begin(), running_.end(), self) == running_.end()) {
-                due = deferred_;
-                deferred_ = Deferred();
-            }
-        }
-        idle_.notify_all();
-        if (due.destroy != nullptr) {
-            due.destroy(due.object);
+        inFlight_.fetch_sub(1, std::memory_order_seq_cst);
+        if (closed_.load(std::memory_order_seq_cst)) {
+            // Taking the mutex orders this wake-up after the closing thread's last look at the count.
+            { const std::lock_guard<std::mutex> lock(mutex_); }
+            idle_.notify_all();
         }
     }
 
-    void Close() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        closed_ = true;
-        const auto self = std::this_thread::get_id();
-        idle_.wait(lock, [&] {
-            return std::all_of(running_.begin(), running_.end(), [&](std::thread::id id) { return id == self; });
-        });
-    }
-
-    void CloseAndDelete(void (*destroy)(void*), void* object) noexcept {
-        try {
-            Close();
-            std::lock_guard<std::mutex> lock(mutex_);
-            const auto self = std::this_thread::get_id();
-            if (std::find(running_.begin(), running_.end(), self) != running_.end()) {
-                // The gate owns one object, so one place for its postponed delete is enough.
-                deferred_ = Deferred{self, destroy, object};
-                return;
-            }
-        } catch (...) {
-            // Only a failing mutex can throw here: leaking the object is safer than freeing it under a slot.
+    // Waits until the only slots left in the gate are the `own` ones of the calling thread.
+    void Close(unsigned own) {
+        closed_.store(true, std::memory_order_seq_cst);
+        if (inFlight_.load(std::memory_order_seq_cst) == own) {
             return;
         }
-        destroy(object);
+        std::unique_lock<std::mutex> lock(mutex_);
+        idle_.wait(lock, [&] { return inFlight_.load(std::memory_order_seq_cst) == own; });
     }
 
 private:
-    struct Deferred {
-        std::thread::id thread;
-        void (*destroy)(void*) = nullptr;
-        void* object = nullptr;
-    };
-
+    std::atomic<unsigned> inFlight_{0};  // slot calls in progress, on every thread
+    std::atomic<bool> closed_{false};
     std::mutex mutex_;
     std::condition_variable idle_;
-    bool closed_ = false;
-    std::vector<std::thread::id> running_;  // one entry per slot call in progress
-    Deferred deferred_;
 };
+
+thread_local SlotGate::Passage* SlotGate::innermostPassage = nullptr;
+
+unsigned SlotGate::OwnPassages(const State& state, Passage** outermost) noexcept {
+    unsigned count = 0;
+    for (Passage* passage = innermostPassage; passage != nullptr; passage = passage->outer_) {
+        if (passage->state_.get() == &state) {
+            ++count;
+            *outermost = passage;
+        }
+    }
+    return count;
+}
 
 SlotGate::SlotGate() : state_(new State) {}
 
 SlotGate::~SlotGate() { Close(); }
 
 void SlotGate::CloseAndDelete(State& state, void (*destroy)(void*), void* object) noexcept {
-    state.CloseAndDelete(destroy, object);
+    Passage* outermost = nullptr;
+    const unsigned own = OwnPassages(state, &outermost);
+    try {
+        state.Close(own);
+    } catch (...) {
+        // Only a failing mutex can throw here: leaking the object is safer than freeing it under a slot.
+        return;
+    }
+    if (outermost != nullptr) {
+        // The gate owns one object, so one place for its postponed delete is enough.
+        outermost->destroy_ = destroy;
+        outermost->object_ = object;
+        return;
+    }
+    destroy(object);
 }
 
 void SlotGate::Close() noexcept {
+    Passage* outermost = nullptr;
     try {
-        state_->Close();
+        state_->Close(OwnPassages(*state_, &outermost));
     } catch (...) {
         // Only a failing mutex can throw here; the gate is closed regardless of waiting.
     }
 }
 
-SlotGate::Passage::Passage(boost::shared_ptr<State> state) : state_(std::move(state)), admitted_(state_->Enter()) {}
+SlotGate::Passage::Passage(boost::shared_ptr<State> state) noexcept
+    : state_(std::move(state)), admitted_(state_->Enter()) {
+    if (admitted_) {
+        outer_ = innermostPassage;
+        innermostPassage = this;
+    }
+}
 
 SlotGate::Passage::~Passage() {
-    if (admitted_) {
-        state_->Leave();
+    if (!admitted_) {
+        return;
+    }
+    innermostPassage = outer_;
+    state_->Leave();
+    if (destroy_ != nullptr) {
+        destroy_(object_);
     }
 }
 

@@ -61,17 +61,31 @@ private:
 
     static void CloseAndDelete(State& state, void (*destroy)(void*), void* object) noexcept;
 
+    class Passage;
+    // How many slot calls of `state` the calling thread is inside, and the outermost of them.
+    static unsigned OwnPassages(const State& state, Passage** outermost) noexcept;
+    // The innermost slot call of this thread, of any gate.
+    static thread_local Passage* innermostPassage;
+
+    // One slot call in progress. Passages of a thread form a list through the thread's stack, so the
+    // gate can tell a slot running on the closing thread itself without any shared bookkeeping.
     class Passage {
     public:
-        explicit Passage(boost::shared_ptr<State> state);
+        explicit Passage(boost::shared_ptr<State> state) noexcept;
         ~Passage();
         Passage(const Passage&) = delete;
         Passage& operator=(const Passage&) = delete;
         bool Admitted() const { return admitted_; }
 
     private:
+        friend class SlotGate;
+        // Keeps the gate's state alive until this slot has left it, even if its object is deleted meanwhile.
         boost::shared_ptr<State> state_;
         bool admitted_;
+        Passage* outer_ = nullptr;
+        // A delete postponed until this (the outermost) slot of the gate on this thread returns.
+        void (*destroy_)(void*) = nullptr;
+        void* object_ = nullptr;
     };
 
     boost::shared_ptr<State> state_;

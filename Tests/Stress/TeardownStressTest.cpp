@@ -146,6 +146,44 @@ TEST_F(TeardownStressTest, BrowserReleasesWhileMediaStackThreadsRaiseEvents) {
     EXPECT_GT(client.events, 0);
 }
 
+// Four media stack threads hammer the very back-end the browser releases: once the release has
+// returned, not one more event may reach the browser.
+TEST_F(TeardownStressTest, NoEventReachesTheBrowserAfterItsReleaseReturned) {
+    constexpr int kIterations = 100;
+    constexpr int kEventThreads = 4;
+    for (int iteration = 0; iteration < kIterations; ++iteration) {
+        UVABackend* media = UVA_RequestBackend(UVABackend::TYPE_MEDIA, &client);
+        auto mock = boost::dynamic_pointer_cast<VelmoraTest::MockMediaBackend>(owner->GetActiveMediaBackendImpl());
+        ASSERT_TRUE(mock);
+        std::atomic<bool> running{true};
+        std::atomic<int> started{0};
+        std::vector<std::thread> mediaStackThreads;
+        for (int index = 0; index < kEventThreads; ++index) {
+            mediaStackThreads.emplace_back([&, index] {
+                ++started;
+                while (running) {
+                    if (index % 2 == 0) {
+                        mock->Raise(new BackendEvent(BackendEvent::PlaybackFinished));
+                    } else {
+                        mock->Raise(new Velmora::DurationChangedEvent(1.0));
+                    }
+                }
+            });
+        }
+        while (started < kEventThreads) {
+            std::this_thread::yield();
+        }
+        ASSERT_EQ(UVA_ReleaseBackend(media), UVA_STATUS_OK);
+        const long afterRelease = client.events;
+        std::this_thread::yield();
+        running = false;
+        for (auto& thread : mediaStackThreads) {
+            thread.join();
+        }
+        ASSERT_EQ(client.events, afterRelease) << "iteration " << iteration;
+    }
+}
+
 // A removal is the event whose handling goes on after the browser was told (the component is marked
 // unused and forgotten), so it is the one a release from inside the handler endangers.
 TEST_F(TeardownStressTest, BrowserReleasesTheBackendFromInsideItsEventHandler) {
