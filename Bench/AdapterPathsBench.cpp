@@ -226,13 +226,20 @@ void ForwardedSetSource(benchmark::State& state) {
 BENCHMARK(ForwardedSetSource);
 
 // Events: the media stack's emission through the library against a raw emission to a handler that
-// allocates the browser's event and hands it to the browser.
+// allocates the browser's event and hands it to the browser. The raw handler is connected the way the
+// stack's interface connects every handler (an IBackend::EventSlot, taking the event by value), so the
+// difference is what the library adds.
+
+template <typename Handle>
+IBackend::EventSlot RawHandler(Handle handle) {
+    return [handle](boost::shared_ptr<BackendEvent> raised) { handle(*raised); };
+}
 
 template <typename MakeBrowserEvent>
 void CompareEvent(benchmark::State& state, boost::shared_ptr<BackendEvent> event, MakeBrowserEvent make) {
     Session session;
     EventSignal raw;
-    raw.connect([&](const boost::shared_ptr<BackendEvent>& raised) { browser.handleEvent(make(*raised)); });
+    raw.connect(RawHandler([&](const BackendEvent& raised) { browser.handleEvent(make(raised)); }));
     Compare(state, [&] { session.events(event); }, [&] { raw(event); });
 }
 
@@ -277,9 +284,9 @@ void ComponentAddedAndRemoved(benchmark::State& state) {
         boost::make_shared<Velmora::ComponentChangedEvent>(component.get(), Velmora::ComponentChangedEvent::Removed);
     EventSignal raw;
     BrowserComponent* shown = nullptr;
-    raw.connect([&](const boost::shared_ptr<BackendEvent>& raised) {
+    raw.connect(RawHandler([&](const BackendEvent& raised) {
         auto* named = new ::ComponentChangedEvent;
-        if (static_cast<const Velmora::ComponentChangedEvent&>(*raised).action == Velmora::ComponentChangedEvent::Added) {
+        if (static_cast<const Velmora::ComponentChangedEvent&>(raised).action == Velmora::ComponentChangedEvent::Added) {
             shown = new BrowserComponent;
             named->action = ::ComponentChangedEvent::ADDED;
         } else {
@@ -289,7 +296,7 @@ void ComponentAddedAndRemoved(benchmark::State& state) {
         named->component = shown;
         shown->preventDestruction();
         browser.handleEvent(named);
-    });
+    }));
     Compare(
         state,
         [&] {
@@ -312,13 +319,13 @@ void ComponentChanged(benchmark::State& state) {
         boost::make_shared<Velmora::ComponentChangedEvent>(component.get(), Velmora::ComponentChangedEvent::Changed);
     BrowserComponent* shown = new BrowserComponent;
     EventSignal raw;
-    raw.connect([&](const boost::shared_ptr<BackendEvent>&) {
+    raw.connect(RawHandler([&](const BackendEvent&) {
         auto* named = new ::ComponentChangedEvent;
         named->action = ::ComponentChangedEvent::CHANGED;
         named->component = shown;
         shown->preventDestruction();
         browser.handleEvent(named);
-    });
+    }));
     Compare(state, [&] { session.events(changed); }, [&] { raw(changed); });
     shown->backendMarkUnused();
     session.events(
@@ -331,13 +338,13 @@ void DrmEvent(benchmark::State& state) {
     DrmEventSignal& drmEvents = Bench::LastDrmEvents();
     const auto event = boost::make_shared<UvaKeyCompleteDrmEvent>("org.w3.clearkey", "session-0001", true);
     DrmEventSignal raw;
-    raw.connect([&](const boost::shared_ptr<DrmBackendEvent>& raised) {
+    raw.connect(IDrmBackend::DrmEventSlot([&](boost::shared_ptr<DrmBackendEvent> raised) {
         auto* translated = new UVADRMEvent(UVADRMEvent::KEY_COMPLETE);
         translated->keySystem = strdup(raised->keySystem);
         translated->sessionId = strdup(raised->sessionId);
         translated->flag = raised->flag;
         browser.handleDRMEvent(translated);
-    });
+    }));
     Compare(state, [&] { drmEvents(event); }, [&] { raw(event); });
     UVADRM_ReleaseBackend(backend);
 }
