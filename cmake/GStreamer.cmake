@@ -1,0 +1,22 @@
+# GStreamer is needed only by the GStreamer media stack, its tests, its benchmark and the simulator's
+# GStreamer sessions; everything else builds without it.
+set(VELMORA_WITH_GSTREAMER OFF)
+if(CMAKE_CROSSCOMPILING)
+    message(STATUS "Cross build: the GStreamer media stack and its sessions are skipped")
+else()
+    find_package(PkgConfig QUIET)
+    find_program(VELMORA_GST_LAUNCH gst-launch-1.0)
+    if(PkgConfig_FOUND)
+        pkg_check_modules(VELMORA_GSTREAMER QUIET IMPORTED_TARGET gstreamer-1.0>=1.20 gstreamer-app-1.0 gstreamer-video-1.0)
+    endif()
+    if(VELMORA_GSTREAMER_FOUND AND VELMORA_GST_LAUNCH)
+        set(VELMORA_WITH_GSTREAMER ON)
+    else()
+        message(STATUS "GStreamer development files or gst-launch-1.0 not found: the GStreamer media stack, "
+                       "its tests and the simulator's GStreamer sessions are skipped (scripts/install-deps installs them)")
+    endif()
+endif()
+
+# GLib and GStreamer keep caches for the process's life; what they hold at exit is not ours to free.
+set(VELMORA_GST_TEST_ENVIRONMENT "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/Tests/lsan-gstreamer.supp"
+                                 "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=${PROJECT_SOURCE_DIR}/Tests/tsan-gstreamer.supp")
