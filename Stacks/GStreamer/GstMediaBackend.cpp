@@ -1,5 +1,6 @@
 #include "GstMediaBackend.h"
 
+#include <gst/tag/tag.h>
 #include <gst/video/video.h>
 
 #include <algorithm>
@@ -54,7 +55,9 @@ std::string LanguageOf(GstStream* stream) {
     GstTagList* tags = gst_stream_get_tags(stream);
     gchar* code = nullptr;
     if (tags != nullptr && gst_tag_list_get_string(tags, GST_TAG_LANGUAGE_CODE, &code)) {
-        language = code;
+        // Broadcast and HbbTV name languages with three letters; GStreamer keeps two where there are.
+        const gchar* threeLetters = gst_tag_get_language_code_iso_639_2T(code);
+        language = threeLetters != nullptr ? threeLetters : code;
         g_free(code);
     }
     if (tags != nullptr) {

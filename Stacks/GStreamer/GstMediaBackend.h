@@ -44,7 +44,7 @@ namespace Gst {
 class GstMediaBackend : public IMediaBackend {
 public:
     // How many samples one NeedMseData asks for.
-    static constexpr std::uint32_t kSamplesPerRequest = 8;
+    static constexpr std::uint32_t kSamplesPerRequest = 16;
 
     explicit GstMediaBackend(const StackOptions& options);
     ~GstMediaBackend() override;
