@@ -125,8 +125,8 @@ GstElement* GstMediaBackend::MakeSink(bool video) {
         Fail(ExceptionBase::NotSupported, "no GStreamer sink element available");
     }
     if (!real) {
-        // Consumes frames at the pace of the clock, so positions and end of stream come as in a product.
-        g_object_set(sink, "sync", TRUE, nullptr);
+        // At the pace of the clock, positions and end of stream come as in a product.
+        g_object_set(sink, "sync", options.syncToClock ? TRUE : FALSE, nullptr);
     }
     if (video) {
         WatchVideoCaps(sink);

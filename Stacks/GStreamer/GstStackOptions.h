@@ -5,6 +5,8 @@
 //                          but shown nowhere; auto: a window (autovideosink) when DISPLAY or
 //                          WAYLAND_DISPLAY is set, otherwise fake.
 //   audio-sink=fake|auto   fake (default) or the system's audio output (autoaudiosink).
+//   sync=clock|free        clock (default): fake sinks consume at the pace of the pipeline clock;
+//                          free: as fast as decoding goes (for throughput measurements).
 //
 // Example: VelmoraCreateStack(VELMORA_STACK_INTERFACE_VERSION, "video-sink=auto;audio-sink=auto").
 
@@ -16,6 +18,7 @@ namespace Gst {
 struct StackOptions {
     bool windowVideo = false;
     bool realAudio = false;
+    bool syncToClock = true;
 };
 
 // False, with the offending pair in `error`, for an unknown name or value.

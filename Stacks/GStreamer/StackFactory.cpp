@@ -30,6 +30,8 @@ bool ParseStackOptions(const char* text, StackOptions& options, std::string& err
                                   (std::getenv("DISPLAY") != nullptr || std::getenv("WAYLAND_DISPLAY") != nullptr);
         } else if (pair == "audio-sink=fake" || pair == "audio-sink=auto") {
             options.realAudio = pair == "audio-sink=auto";
+        } else if (pair == "sync=clock" || pair == "sync=free") {
+            options.syncToClock = pair == "sync=clock";
         } else {
             error = pair;
             return false;
