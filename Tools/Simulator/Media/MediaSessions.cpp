@@ -66,6 +66,12 @@ double WaitForPosition(Session& s, UVAMediaBackend* media, double seconds) {
     return position;
 }
 
+// A stream the media stack cannot play ends the session at once, with the reason, instead of a wait.
+bool Failed(Session& s, const std::string& what) {
+    return s.Seen(UVAEvent::DECODE_ERROR) != 0 &&
+           !s.timeline.Expect(false, "the media stack reported DECODE_ERROR: it cannot play " + what);
+}
+
 void ExpectFileFacts(Session& s, const Demuxer& file) {
     Timeline& t = s.timeline;
     t.Expect(std::fabs(s.duration - file.DurationSeconds()) < 0.1,
@@ -92,7 +98,11 @@ void Url(Session& s, const Demuxer* file, const std::string& path) {
     t.Call("initBackend(" + url + ", [streamed by the back-end])",
            media->initBackend(url.c_str(), Sources(SourceDescription::BackendStreaming(url.c_str())), false));
     const bool hasVideo = file == nullptr || FirstStream(*file, true) >= 0;
-    s.Pump([&] { return s.duration > 0.0 && (!hasVideo || s.videoWidth > 0); }, "the duration and the video size");
+    s.Pump([&] { return s.Seen(UVAEvent::DECODE_ERROR) != 0 || (s.duration > 0.0 && (!hasVideo || s.videoWidth > 0)); },
+           "the duration and the video size");
+    if (Failed(s, path)) {
+        return;
+    }
     t.Call("play()", media->play());
     const double early = WaitForPosition(s, media, 0.3);
 
@@ -179,6 +189,11 @@ void Mse(Session& s, Demuxer* file) {
         }
     }
     t.Call("play()", media->play());
+    s.Pump([&] { return s.Seen(UVAEvent::DECODE_ERROR) != 0 || s.videoWidth > 0 || streamOfSource[1] < 0; },
+           "the first frames");
+    if (Failed(s, "the samples")) {
+        return;
+    }
     WaitForPosition(s, media, 0.5);
     s.Pump([&] { return s.Seen(UVAEvent::PLAYBACK_FINISHED) > 0; }, "the end of playback");
     ExpectFileFacts(s, *file);
