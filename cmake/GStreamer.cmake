@@ -1,6 +1,7 @@
 # GStreamer is needed only by the GStreamer media stack, its tests, its benchmark and the simulator's
 # GStreamer sessions; everything else builds without it.
-set(VELMORA_WITH_GSTREAMER OFF)
+# Kept in the cache so that scripts (.ci/run) can see whether the GStreamer targets exist.
+set(VELMORA_WITH_GSTREAMER OFF CACHE INTERNAL "the GStreamer media stack is built")
 if(CMAKE_CROSSCOMPILING)
     message(STATUS "Cross build: the GStreamer media stack and its sessions are skipped")
 else()
@@ -11,7 +12,7 @@ else()
                           gstreamer-tag-1.0)
     endif()
     if(VELMORA_GSTREAMER_FOUND AND VELMORA_GST_LAUNCH)
-        set(VELMORA_WITH_GSTREAMER ON)
+        set(VELMORA_WITH_GSTREAMER ON CACHE INTERNAL "the GStreamer media stack is built")
     else()
         message(STATUS "GStreamer development files or gst-launch-1.0 not found: the GStreamer media stack, "
                        "its tests and the simulator's GStreamer sessions are skipped (scripts/install-deps installs them)")
