@@ -20,6 +20,11 @@
 #include "GstMediaBackend.h"
 #include "MimeCaps.h"
 #include "Velmora/Exceptions.h"
+#include "Velmora/IDrmBackend.h"
+#include "Velmora/StackFactory.h"
+
+// The stack library's one export, linked into this test with the rest of the stack.
+VELMORA_STACK_FACTORY Velmora::IUva* VelmoraCreateStack(unsigned interfaceVersion, const char* options);
 
 namespace Velmora {
 namespace Gst {
@@ -108,6 +113,35 @@ INSTANTIATE_TEST_SUITE_P(
                       MimeRow{"audio/webm; codecs=vp8", nullptr}, MimeRow{"video/webm; codecs=opus", nullptr},
                       MimeRow{"video/mp4; codecs=\"avc1.42E01E\"", nullptr}, MimeRow{"", nullptr},
                       MimeRow{"text/vtt", nullptr}));
+
+struct FactoryRow {
+    unsigned version;
+    const char* options;
+    bool accepted;
+};
+
+class StackFactoryTest : public ::testing::TestWithParam<FactoryRow> {};
+
+// An owner's typo must not start a stack that silently ignores it.
+TEST_P(StackFactoryTest, AcceptsOnlyKnownOptionsAndItsOwnVersion) {
+    std::unique_ptr<IUva> stack(VelmoraCreateStack(GetParam().version, GetParam().options));
+    ASSERT_EQ(stack != nullptr, GetParam().accepted);
+    if (stack) {
+        EXPECT_TRUE(stack->CreateBackend(1));
+        EXPECT_FALSE(stack->CreateBackend(2));  // no tuner: an empty back-end
+        EXPECT_FALSE(stack->CreateDrmBackend("org.w3.clearkey"));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, StackFactoryTest,
+    ::testing::Values(FactoryRow{VELMORA_STACK_INTERFACE_VERSION, nullptr, true},
+                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION, "video-sink=fake;audio-sink=fake;sync=free", true},
+                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION, ";video-sink=auto;", true},
+                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION, "video-sink=tv", false},
+                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION, "sync", false},
+                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION, "clock=manual", false},
+                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION + 1, "", false}));
 
 class GstStackTest : public ::testing::Test {
 protected:
