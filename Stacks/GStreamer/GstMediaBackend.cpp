@@ -15,6 +15,7 @@ namespace Gst {
 namespace {
 
 constexpr GstClockTime kBusPollPeriod = 100 * GST_MSECOND;
+constexpr GstClockTime kPrerollPatience = 5 * GST_SECOND;
 
 std::uint32_t ToMilliseconds(gint64 time) { return static_cast<std::uint32_t>(time / GST_MSECOND); }
 
@@ -94,6 +95,7 @@ GstMediaBackend::~GstMediaBackend() {
         busThread.join();
     }
     if (stopping != nullptr) {
+        SettlePreroll();
         // Joins the streaming threads; what they post from now on is dropped.
         gst_element_set_state(stopping, GST_STATE_NULL);
     }
@@ -424,7 +426,23 @@ GstElement* GstMediaBackend::Pipeline() const {
     return pipeline;
 }
 
+// playbin3 of GStreamer 1.22 can deadlock when it is taken down while its source is still finding
+// the stream's type, so a state change downwards first lets a running preroll end (or time out).
+void GstMediaBackend::SettlePreroll() {
+    GstElement* playing = nullptr;
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        playing = mediaSource ? nullptr : pipeline;
+    }
+    if (playing != nullptr) {
+        gst_element_get_state(playing, nullptr, nullptr, kPrerollPatience);
+    }
+}
+
 void GstMediaBackend::SetState(GstState state, const char* operation) {
+    if (state < GST_STATE_PAUSED) {
+        SettlePreroll();
+    }
     if (gst_element_set_state(Pipeline(), state) == GST_STATE_CHANGE_FAILURE) {
         Fail(ExceptionBase::InvalidState, std::string(operation) + ": the pipeline refused the state change");
     }

@@ -116,6 +116,7 @@ private:
     void AddSource(const SourceDescriptionOperaStreaming& source);
     void WatchVideoCaps(GstElement* sink);
     void SetState(GstState state, const char* operation);
+    void SettlePreroll();
     GstElement* Pipeline() const;
     void Seek(double rate, double position, const char* operation);
 
