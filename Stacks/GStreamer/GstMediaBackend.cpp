@@ -19,6 +19,13 @@ constexpr GstClockTime kPrerollPatience = 5 * GST_SECOND;
 
 std::uint32_t ToMilliseconds(gint64 time) { return static_cast<std::uint32_t>(time / GST_MSECOND); }
 
+// An element made but never added to a bin: its floating reference is ours to drop.
+void Discard(GstElement* element) {
+    if (element != nullptr) {
+        gst_object_unref(gst_object_ref_sink(element));
+    }
+}
+
 [[noreturn]] void Fail(ExceptionBase::ErrorType type, const std::string& message) {
     throw ExceptionBase(type, message);
 }
@@ -166,7 +173,7 @@ void GstMediaBackend::InitBackend(std::string /*url*/, const std::vector<SourceD
     {
         const std::lock_guard<std::mutex> lock(mutex);
         if (pipeline != nullptr) {
-            gst_object_unref(created);
+            Discard(created);
             Fail(ExceptionBase::InvalidState, "InitBackend: the back-end is initialised already");
         }
         pipeline = created;
@@ -191,7 +198,7 @@ void GstMediaBackend::StartPipeline(GstElement* created) {
     if (created != nullptr) {
         const std::lock_guard<std::mutex> lock(mutex);
         if (pipeline != nullptr) {
-            gst_object_unref(created);
+            Discard(created);
             Fail(ExceptionBase::InvalidState, "InitBackend: the back-end is initialised already");
         }
         pipeline = created;
@@ -217,6 +224,8 @@ void GstMediaBackend::AddSource(const SourceDescriptionOperaStreaming& descripti
     GstElement* decodebin = gst_element_factory_make("decodebin", nullptr);
     if (appsrc == nullptr || decodebin == nullptr) {
         gst_caps_unref(caps);
+        Discard(appsrc);
+        Discard(decodebin);
         Fail(ExceptionBase::NotSupported, "appsrc or decodebin is not available");
     }
     const std::string mediaType = gst_structure_get_name(gst_caps_get_structure(caps, 0));
@@ -230,8 +239,8 @@ void GstMediaBackend::AddSource(const SourceDescriptionOperaStreaming& descripti
     {
         const std::lock_guard<std::mutex> lock(mutex);
         if (sources.count(description.sourceId) != 0) {
-            gst_object_unref(appsrc);
-            gst_object_unref(decodebin);
+            Discard(appsrc);
+            Discard(decodebin);
             Fail(ExceptionBase::InvalidState, "source " + std::to_string(description.sourceId) + " is attached already");
         }
         Source& source = sources[description.sourceId];
@@ -281,9 +290,7 @@ void GstMediaBackend::OnPadAdded(GstElement* /*decodebin*/, GstPad* pad, gpointe
     }
     if (std::find(chain.begin(), chain.end(), nullptr) != chain.end()) {
         for (GstElement* element : chain) {
-            if (element != nullptr) {
-                gst_object_unref(element);
-            }
+            Discard(element);
         }
         backend->Post([backend] { backend->Raise(new BackendEvent(BackendEvent::DecodeError)); });
         return;
