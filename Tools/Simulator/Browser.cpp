@@ -142,6 +142,14 @@ Session::Session(Timeline& timeline, const EntryPoints& library, LogBook& log, s
       layer(std::make_unique<Velmora::Wrapper::IntegrationLayer>(stack)),
       random(variant) {}
 
+Session::Session(Timeline& timeline, const EntryPoints& library, LogBook& log, Velmora::IUva* mediaStack)
+    : timeline(timeline),
+      library(library),
+      log(log),
+      stack(nullptr),
+      layer(std::make_unique<Velmora::Wrapper::IntegrationLayer>(mediaStack)),
+      random(1) {}
+
 Session::~Session() {
     ReleaseAll();
     layer.reset();  // deletes the stack
@@ -240,7 +248,7 @@ void Session::DrainQueue() {
 
 bool Session::Pump(const std::function<bool()>& done, const std::string& what, int seconds) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    const bool manual = options.clock == Velmora::Reference::Clock::Manual;
+    const bool manual = stack != nullptr && options.clock == Velmora::Reference::Clock::Manual;
     while (true) {
         DrainQueue();
         if (done()) {
@@ -259,7 +267,7 @@ bool Session::Pump(const std::function<bool()>& done, const std::string& what, i
 }
 
 void Session::Steps(int steps) {
-    for (int i = 0; i < steps; ++i) {
+    for (int i = 0; i < steps && stack != nullptr; ++i) {
         stack->Step();
         DrainQueue();
     }
@@ -276,8 +284,19 @@ void Session::Handle(UVAEvent* event) {
     ++seen[event->getType()];
     switch (event->getType()) {
         case UVAEvent::NEED_MSE_DATA:
-            Answer(static_cast<NeedMSEDataEvent*>(event));
+            if (feedMediaSource) {
+                feedMediaSource(static_cast<NeedMSEDataEvent*>(event));
+            } else {
+                Answer(static_cast<NeedMSEDataEvent*>(event));
+            }
             return;  // writeData took the event over
+        case UVAEvent::DURATION_CHANGED:
+            duration = static_cast<DurationChangedEvent*>(event)->duration;
+            break;
+        case UVAEvent::VIDEO_RESIZED:
+            videoWidth = static_cast<std::uint32_t>(static_cast<VideoResizedEvent*>(event)->width);
+            videoHeight = static_cast<std::uint32_t>(static_cast<VideoResizedEvent*>(event)->height);
+            break;
         case UVAEvent::NEED_DATA: {
             auto* request = static_cast<NeedDataEvent*>(event);
             const auto size = static_cast<unsigned int>(request->size);
@@ -303,6 +322,9 @@ void Session::Handle(UVAEvent* event) {
             }
             if (change->action == ComponentChangedEvent::CHANGED) {
                 ++componentsChanged;
+                if (component->type == 1 && component->language != nullptr) {
+                    ++audioChanges[component->language];
+                }
             } else if (component->type == 1 && component->language != nullptr) {
                 if (change->action == ComponentChangedEvent::ADDED) {
                     audioTracks[component->language] = component;

@@ -22,6 +22,7 @@
 #include "Uva/UVAVideoBroadcastBackend.h"
 
 namespace Velmora {
+class IUva;
 namespace Reference {
 class ReferenceUva;
 }
@@ -83,6 +84,8 @@ class Session {
 public:
     Session(Timeline& timeline, const EntryPoints& library, LogBook& log, std::uint32_t variant,
             const Velmora::Reference::StackOptions& options);
+    // Against another media stack (taken over), whose threads move time by themselves.
+    Session(Timeline& timeline, const EntryPoints& library, LogBook& log, Velmora::IUva* mediaStack);
     ~Session();
 
     Timeline& timeline;
@@ -111,6 +114,13 @@ public:
     std::uint32_t drmSeen[5] = {};
     // Browser-side audio component by language, from ComponentChanged.
     std::map<std::string, UVABackend::AVComponent*> audioTracks;
+    // Changed events per audio language; the latest duration and video size announced.
+    std::map<std::string, std::uint32_t> audioChanges;
+    double duration = -1.0;
+    std::uint32_t videoWidth = 0;
+    std::uint32_t videoHeight = 0;
+    // When set, answers NeedMSEData instead of the made-up samples (and takes the event over).
+    std::function<void(NeedMSEDataEvent*)> feedMediaSource;
 
     // Called by the clients on the raising thread.
     void Deliver(UVAEvent* event, bool afterRelease);

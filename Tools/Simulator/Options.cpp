@@ -17,7 +17,7 @@ bool ToNumber(const std::string& text, long minimum, long& value) {
 }  // namespace
 
 bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
-    static const std::set<std::string> scenarios{"mse", "url", "drm", "broadcast", "faults", "all"};
+    static const std::set<std::string> scenarios{"mse", "url", "drm", "broadcast", "faults", "gst-url", "gst-mse", "all"};
     for (int i = 1; i < argc; ++i) {
         const std::string name = argv[i];
         if (name == "--help" || name == "-h") {
@@ -40,6 +40,12 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
             options.variant = static_cast<std::uint32_t>(number);
         } else if (name == "--library") {
             options.library = value;
+        } else if (name == "--stack") {
+            options.stack = value;
+        } else if (name == "--stack-options") {
+            options.stackOptions = value;
+        } else if (name == "--media") {
+            options.media = value;
         } else {
             error = "bad option: " + name + " " + value;
             return false;
@@ -53,7 +59,7 @@ void PrintHelp(const char* program) {
         "Usage: %s [options]\n"
         "Plays the browser against the Velmora library and the reference media stack, prints a timeline\n"
         "and a summary, and exits non-zero if any expectation broke.\n\n"
-        "  --scenario NAME   mse, url, drm, broadcast, faults or all (default: all)\n"
+        "  --scenario NAME   mse, url, drm, broadcast, faults, gst-url, gst-mse or all (default: all)\n"
         "  --trace LEVEL     the library's log threshold, 0 (everything) to 6 (quiet, the default)\n"
         "  --iterations N    run the scenarios N times (a soak run; default 1)\n"
         "  --variant N       varies sample sizes (default 1)\n"
@@ -61,8 +67,14 @@ void PrintHelp(const char* program) {
         "                    %s).\n"
         "                    The reference stack links the library too; so that both use the same\n"
         "                    build, the program restarts itself once with LD_PRELOAD=PATH when PATH\n"
-        "                    is another file than the one already loaded.\n",
-        program, VELMORA_LIBRARY_PATH);
+        "                    is another file than the one already loaded.\n"
+        "  --stack STACK     reference: only the reference stack's scenarios; gstreamer or the path of\n"
+        "                    a stack library (loaded through VelmoraCreateStack): only the real-media\n"
+        "                    sessions gst-url and gst-mse on that stack (default: both sets)\n"
+        "  --stack-options T options for the stack's factory, e.g. \"video-sink=auto\" for a window\n"
+        "  --media FILE      the file the real-media sessions play (default: generated test media,\n"
+        "                    %s); Media Source needs WebM or Matroska\n",
+        program, VELMORA_LIBRARY_PATH, VELMORA_TEST_MEDIA_PATH);
 }
 
 }  // namespace Simulator

@@ -12,6 +12,10 @@ struct Options {
     int iterations = 1;
     std::uint32_t variant = 1;
     std::string library = VELMORA_LIBRARY_PATH;
+    // Empty: the reference scenarios, then the real-media sessions on the GStreamer stack (when built).
+    std::string stack;
+    std::string stackOptions;
+    std::string media = VELMORA_TEST_MEDIA_PATH;
     bool help = false;
 };
 

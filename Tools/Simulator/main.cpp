@@ -9,6 +9,9 @@
 #include <string>
 
 #include "Browser.h"
+#if VELMORA_WITH_GSTREAMER
+#include "MediaSessions.h"
+#endif
 #include "Options.h"
 #include "Scenarios.h"
 #include "Timeline.h"
@@ -42,6 +45,29 @@ void UseLibrary(const std::string& path, char** argv) {
     execv("/proc/self/exe", argv);
     std::perror("re-executing with LD_PRELOAD");
     std::exit(2);
+}
+
+// The reference stack's scenarios, then the sessions on real media, as --stack and --scenario choose.
+void RunSessions(const Simulator::Options& options, Simulator::Timeline& timeline, const Simulator::EntryPoints& library,
+                 Simulator::LogBook& log, std::uint32_t variant) {
+    const bool media = options.scenario.rfind("gst-", 0) == 0;
+    if ((options.stack.empty() || options.stack == "reference") && !media) {
+        Simulator::RunScenario(options.scenario, timeline, library, log, variant);
+    }
+    if (options.stack == "reference" || (!media && options.scenario != "all")) {
+        return;
+    }
+#if VELMORA_WITH_GSTREAMER
+    Simulator::MediaSessionOptions sessions;
+    sessions.stackPath = options.stack.empty() || options.stack == "gstreamer" ? VELMORA_GST_STACK_PATH : options.stack;
+    sessions.stackOptions = options.stackOptions;
+    sessions.media = options.media;
+    Simulator::RunMediaSessions(options.scenario, timeline, library, log, sessions);
+#else
+    if (media || !options.stack.empty()) {
+        timeline.Expect(false, "this simulator was built without GStreamer: no real-media sessions");
+    }
+#endif
 }
 
 }  // namespace
@@ -90,7 +116,7 @@ int main(int argc, char** argv) {
         if (options.iterations > 1) {
             timeline.Heading("iteration " + std::to_string(i + 1));
         }
-        Simulator::RunScenario(options.scenario, timeline, library, log, options.variant + static_cast<std::uint32_t>(i));
+        RunSessions(options, timeline, library, log, options.variant + static_cast<std::uint32_t>(i));
     }
     const UvaLiveObjects after = uvaLiveObjects();
     const long alive = after.Total() - before.Total();

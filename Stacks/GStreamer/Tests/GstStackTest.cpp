@@ -1,0 +1,266 @@
+// The GStreamer stack where a browser session cannot reach: bad input of every kind ends in an
+// exception or a DecodeError, never a crash or a hang, and a back-end released through the library
+// while its engine raises events goes quietly. Whole sessions are the simulator's GStreamer tests.
+
+#include <boost/make_shared.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "GstMediaBackend.h"
+#include "GstUva.h"
+#include "MimeCaps.h"
+#include "Velmora/Exceptions.h"
+#include "Velmora/IDrmBackend.h"
+#include "Velmora/IntegrationLayer.h"
+#include "Velmora/StackFactory.h"
+#include "Uva/UVABackendLibrary.h"
+#include "Uva/UVALiveObjects.h"
+#include "Uva/UVAMediaBackend.h"
+
+// The stack library's one export, linked into this test with the rest of the stack.
+VELMORA_STACK_FACTORY Velmora::IUva* VelmoraCreateStack(unsigned interfaceVersion, const char* options);
+
+namespace Velmora {
+namespace Gst {
+namespace {
+
+using Source = IBackend::SourceDescriptionOperaStreaming;
+
+// Keeps the types of the events a back-end raises, and answers NeedMseData with what `answer` writes.
+class Recorder {
+public:
+    explicit Recorder(GstMediaBackend& backend) : backend(backend) {
+        connection = backend.ConnectEvent([this](boost::shared_ptr<BackendEvent> event) { Record(event); });
+    }
+    ~Recorder() { connection.disconnect(); }
+
+    bool WaitFor(BackendEvent::EventType type, std::chrono::seconds limit = std::chrono::seconds(10)) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return arrived.wait_for(lock, limit, [&] { return std::count(seen.begin(), seen.end(), type) > 0; });
+    }
+
+    std::function<void(const NeedMseDataEvent&)> answer;
+
+private:
+    void Record(const boost::shared_ptr<BackendEvent>& event) {
+        if (event->type == BackendEvent::NeedMseData && answer) {
+            answer(static_cast<const NeedMseDataEvent&>(*event));
+        }
+        const std::lock_guard<std::mutex> lock(mutex);
+        seen.push_back(event->type);
+        arrived.notify_all();
+    }
+
+    GstMediaBackend& backend;
+    boost::signals2::scoped_connection connection;
+    std::mutex mutex;
+    std::condition_variable arrived;
+    std::vector<BackendEvent::EventType> seen;
+};
+
+boost::shared_ptr<BackendEvent> Samples(std::int32_t sourceId, std::vector<std::pair<double, bool>> timesAndKeys,
+                                        std::uint32_t size = 64) {
+    auto buffers = boost::make_shared<std::vector<DecoderBuffer>>();
+    for (const auto& [timestamp, key] : timesAndKeys) {
+        DecoderBuffer sample;
+        sample.data.reset(new unsigned char[size], boost::checked_array_deleter<unsigned char>());
+        // A VP8 key frame header announcing 320x240 (so the decoder starts), then bytes it cannot decode.
+        const std::uint32_t partition = size - 10;
+        const unsigned char header[10] = {static_cast<unsigned char>((partition << 5) | 0x10),
+                                          static_cast<unsigned char>(partition >> 3),
+                                          static_cast<unsigned char>(partition >> 11), 0x9d, 0x01, 0x2a, 0x40, 0x01, 0xf0, 0x00};
+        for (std::uint32_t i = 0; i < size; ++i) {
+            sample.data.get()[i] = i < 10 ? header[i] : static_cast<unsigned char>(i * 37 + 11);
+        }
+        sample.dataSize = size;
+        sample.timestamp = timestamp;
+        sample.duration = 40;
+        sample.keyFrame = key ? 1 : 0;
+        buffers->push_back(sample);
+    }
+    return boost::make_shared<WriteMseDataEvent>(sourceId, buffers, static_cast<std::uint32_t>(buffers->size()));
+}
+
+struct MimeRow {
+    const char* mimeType;
+    const char* mediaType;  // null: refused
+};
+
+class MimeCapsTest : public ::testing::TestWithParam<MimeRow> {};
+
+TEST_P(MimeCapsTest, MapsToElementaryStreamCaps) {
+    GstCaps* caps = CapsForMimeType(GetParam().mimeType);
+    if (GetParam().mediaType == nullptr) {
+        EXPECT_EQ(caps, nullptr);
+        return;
+    }
+    ASSERT_NE(caps, nullptr);
+    EXPECT_STREQ(gst_structure_get_name(gst_caps_get_structure(caps, 0)), GetParam().mediaType);
+    gst_caps_unref(caps);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, MimeCapsTest,
+    ::testing::Values(MimeRow{"video/webm; codecs=\"vp8\"", "video/x-vp8"}, MimeRow{"video/webm;codecs=vp9", "video/x-vp9"},
+                      MimeRow{"VIDEO/WEBM; CODECS=\"VP09.00.10.08\"", "video/x-vp9"}, MimeRow{"video/webm", "video/x-vp8"},
+                      MimeRow{"audio/webm; codecs=\"opus\"", "audio/x-opus"}, MimeRow{"audio/webm", "audio/x-opus"},
+                      MimeRow{"audio/webm; codecs=vp8", nullptr}, MimeRow{"video/webm; codecs=opus", nullptr},
+                      MimeRow{"video/mp4; codecs=\"avc1.42E01E\"", nullptr}, MimeRow{"", nullptr},
+                      MimeRow{"text/vtt", nullptr}));
+
+struct FactoryRow {
+    unsigned version;
+    const char* options;
+    bool accepted;
+};
+
+class StackFactoryTest : public ::testing::TestWithParam<FactoryRow> {};
+
+// An owner's typo must not start a stack that silently ignores it.
+TEST_P(StackFactoryTest, AcceptsOnlyKnownOptionsAndItsOwnVersion) {
+    std::unique_ptr<IUva> stack(VelmoraCreateStack(GetParam().version, GetParam().options));
+    ASSERT_EQ(stack != nullptr, GetParam().accepted);
+    if (stack) {
+        EXPECT_TRUE(stack->CreateBackend(1));
+        EXPECT_FALSE(stack->CreateBackend(2));  // no tuner: an empty back-end
+        EXPECT_FALSE(stack->CreateDrmBackend("org.w3.clearkey"));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, StackFactoryTest,
+    ::testing::Values(FactoryRow{VELMORA_STACK_INTERFACE_VERSION, nullptr, true},
+                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION, "video-sink=fake;audio-sink=fake;sync=free", true},
+                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION, ";video-sink=auto;", true},
+                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION, "video-sink=tv", false},
+                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION, "sync", false},
+                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION, "clock=manual", false},
+                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION + 1, "", false}));
+
+class GstStackTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { gst_init(nullptr, nullptr); }
+
+    std::unique_ptr<GstMediaBackend> backend = std::make_unique<GstMediaBackend>(StackOptions());
+    Recorder recorder{*backend};
+};
+
+// A stream that cannot play is reported by the operation that finds out, or by DecodeError later.
+TEST_F(GstStackTest, UrlsThatCannotPlayEndInAFailureOrDecodeError) {
+    const std::string notMedia = ::testing::TempDir() + "velmora-not-media.webm";
+    std::FILE* file = std::fopen(notMedia.c_str(), "w");
+    ASSERT_NE(file, nullptr);
+    std::fputs("this is not a media file\n", file);
+    std::fclose(file);
+    for (const std::string& url : {std::string("/nonexistent/velmora.webm"), notMedia, std::string("nosuch://x")}) {
+        SCOPED_TRACE(url);
+        backend = std::make_unique<GstMediaBackend>(StackOptions());
+        Recorder failures(*backend);
+        bool thrown = false;
+        try {
+            backend->InitBackend(url, IBackend::SourceDescriptionBackendStreaming{url}, false);
+            backend->Play();
+        } catch (const ExceptionBase&) {
+            thrown = true;
+        }
+        EXPECT_TRUE(thrown || failures.WaitFor(BackendEvent::DecodeError));
+    }
+}
+
+TEST_F(GstStackTest, MediaSourceInputThatCannotPlayIsRefused) {
+    EXPECT_THROW(backend->InitBackend("blob:x", {Source{0, 1, false, 0, "video/mp4; codecs=\"avc1\""}}, false), ExceptionBase);
+    backend = std::make_unique<GstMediaBackend>(StackOptions());
+    backend->InitBackend("blob:x", {Source{0, 1, false, 0, "video/webm; codecs=\"vp8\""}}, false);
+    EXPECT_THROW(backend->AttachSource(Source{0, 1, false, 0, "video/webm"}), ExceptionBase);  // same id twice
+    EXPECT_THROW(backend->WriteMseData(Samples(9, {{0.0, true}}), UVABackend::WRITE_DATA_OK), ExceptionBase);
+    EXPECT_THROW(backend->WriteMseData(boost::make_shared<BackendEvent>(BackendEvent::WriteMseData), UVABackend::WRITE_DATA_OK),
+                 ExceptionBase);
+    // Going back in time without a key frame: the late samples are dropped and the write fails.
+    EXPECT_NO_THROW(backend->WriteMseData(Samples(1, {{1000.0, true}, {1040.0, false}}), UVABackend::WRITE_DATA_OK));
+    EXPECT_THROW(backend->WriteMseData(Samples(1, {{500.0, false}}), UVABackend::WRITE_DATA_OK), ExceptionBase);
+    EXPECT_NO_THROW(backend->WriteMseData(Samples(1, {{0.0, true}}), UVABackend::WRITE_DATA_END_OF_STREAM));
+    EXPECT_THROW(backend->WriteMseData(Samples(1, {{80.0, true}}), UVABackend::WRITE_DATA_OK), ExceptionBase);  // ended
+}
+
+TEST_F(GstStackTest, GarbageSamplesRaiseDecodeError) {
+    std::atomic<int> written{0};
+    recorder.answer = [&](const NeedMseDataEvent& request) {
+        const double at = 40.0 * written++;
+        backend->WriteMseData(Samples(request.sourceId, {{at, true}}, 512), UVABackend::WRITE_DATA_OK);
+    };
+    backend->InitBackend("blob:x", {Source{0, 1, false, 0, "video/webm; codecs=\"vp8\""}}, false);
+    backend->Play();
+    EXPECT_TRUE(recorder.WaitFor(BackendEvent::DecodeError));
+}
+
+TEST_F(GstStackTest, OperationsBeforeInitBackendFail) {
+    double value = 0.0;
+    EXPECT_THROW(backend->Play(), ExceptionBase);
+    EXPECT_THROW(backend->GetPosition(value), ExceptionBase);
+    EXPECT_THROW(backend->SetPlaybackRate(1.0), ExceptionBase);
+    EXPECT_THROW(backend->AttachSource(Source{0, 1, false, 0, "video/webm"}), ExceptionBase);
+}
+
+// A browser that only counts what arrives; events may come on the engine's bus thread at any moment.
+class CountingClient : public UVAClient {
+public:
+    void handleEvent(UVAEvent* event) override {
+        if (event->getType() == UVAEvent::COMPONENT_CHANGED) {
+            const int action = static_cast<::ComponentChangedEvent*>(event)->action;
+            held += action == ::ComponentChangedEvent::ADDED ? 1 : action == ::ComponentChangedEvent::REMOVED ? -1 : 0;
+        }
+        ++events;
+        delete event;
+    }
+    // Components end only when the stack removes them, so the browser stops and waits for that first.
+    bool AllRemoved() {
+        for (int waited = 0; held != 0 && waited < 500; ++waited) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return held == 0;
+    }
+    std::atomic<int> held{0};
+    UVADRMBackend* requestDRMBackend(const char*) override { return nullptr; }
+    std::atomic<int> events{0};
+};
+
+// The browser stops and releases the back-end while the engine is still prerolling and raising events,
+// at a different moment each round: neither may hang or let a slot run on a dead wrapper, and nothing
+// of the browser's side may outlive the release (ASan and TSan watch this one).
+TEST_F(GstStackTest, ReleasedThroughTheLibraryWhileEventsFlow) {
+    backend.reset();
+    const long before = uvaLiveObjects().Total();
+    Wrapper::IntegrationLayer layer(new GstUva(StackOptions()));
+    for (int round = 0; round < 6; ++round) {
+        CountingClient client;
+        auto* media = static_cast<UVAMediaBackend*>(UVA_RequestBackend(UVABackend::TYPE_MEDIA, &client));
+        ASSERT_NE(media, nullptr);
+        auto** sources = new UVABackend::SourceDescription*[2]{
+            UVABackend::SourceDescription::BackendStreaming(VELMORA_TEST_MEDIA), nullptr};
+        ASSERT_EQ(media->initBackend(VELMORA_TEST_MEDIA, sources, false), UVA_STATUS_OK);
+        media->play();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5 * round));
+        media->stop();
+        EXPECT_TRUE(client.AllRemoved());
+        EXPECT_EQ(UVA_ReleaseBackend(media), UVA_STATUS_OK);
+        const int seen = client.events;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_EQ(client.events, seen) << "an event after release, round " << round;
+    }
+    EXPECT_EQ(uvaLiveObjects().Total(), before);
+}
+
+}  // namespace
+}  // namespace Gst
+}  // namespace Velmora
