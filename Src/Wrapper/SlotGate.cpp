@@ -49,7 +49,8 @@ private:
     std::condition_variable idle_;
 };
 
-thread_local SlotGate::Passage* SlotGate::innermostPassage = nullptr;
+// Static TLS: a first use on a thread, a release for instance, must not allocate the thread's block.
+__attribute__((tls_model("initial-exec"))) thread_local SlotGate::Passage* SlotGate::innermostPassage = nullptr;
 
 unsigned SlotGate::OwnPassages(const State& state, Passage** outermost) noexcept {
     unsigned count = 0;
