@@ -2,10 +2,12 @@
 // The owner's switch for the whole library. Constructing it with the media stack's root object makes the
 // browser's entry points live; destroying it stops the library and deletes the root object.
 //
-// Order for the owner: create the IUva, then the IntegrationLayer (it takes the IUva over; never delete
-// it yourself). Stop the browser from calling the entry points before destroying the IntegrationLayer: the
-// entry points are not switched off by the destructor. Back-ends the browser still holds then outlive the
-// IUva object, so a media stack's back-ends must not call back into their IUva when destroyed.
+// Order for the owner: create the IUva, then the IntegrationLayer (it takes the IUva over from the first
+// instruction of its constructor: should the constructor throw, the IUva has been deleted; never delete it
+// yourself). Before destroying the IntegrationLayer, have the browser release its back-ends, or stop the
+// browser: the destructor deletes the IUva and then every back-end still registered, so a back-end pointer
+// the browser still holds dangles, and the entry points are not switched off. A media stack's back-ends
+// still alive at that point outlive their IUva and must not call back into it when destroyed.
 
 #include <boost/noncopyable.hpp>
 #include <boost/shared_ptr.hpp>

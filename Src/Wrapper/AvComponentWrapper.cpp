@@ -43,17 +43,17 @@ AvComponentWrapper::AvComponentWrapper(IAvComponent* component) : AVComponent(Co
 
 AvComponentWrapper::~AvComponentWrapper() {
     gate.Close();
-    VELMORA_LOG(kLog, 2) << "~AvComponentWrapper"
-                         << "____________________________________________________DELETED______________________"
-                         << static_cast<const void*>(this);
+    VELMORA_LOG_QUIET(kLog, 2) << "~AvComponentWrapper"
+                               << "____________________________________________________DELETED______________________"
+                               << static_cast<const void*>(this);
     Quietly(kLog, "Unknown exception caught in AvComponentWrapper::~AvComponentWrapper",
             [this] { stateConnection.disconnect(); });
 }
 
 void AvComponentWrapper::SetState(bool active) { state = active ? 1 : 0; }
 
-void AvComponentWrapper::BackendMarkUnused() {
-    VELMORA_LOG(kLog, 2) << "BackendMarkUnused" << static_cast<const void*>(this);
+void AvComponentWrapper::BackendMarkUnused() noexcept {
+    VELMORA_LOG_QUIET(kLog, 2) << "BackendMarkUnused" << static_cast<const void*>(this);
     state = 0;
     backendMarkUnused();
 }

@@ -17,7 +17,7 @@ UVA_STATUS StatusForErrorType(const LogSite& site, int errorType) {
         case ExceptionBase::InvalidState:
             return UVA_STATUS_ERROR_3;
         default:
-            VELMORA_LOG(site, 5) << "Unknown error type caught: " << errorType;
+            VELMORA_LOG_QUIET(site, 5) << "Unknown error type caught: " << errorType;
             return UVA_STATUS_ERROR;
     }
 }
@@ -30,28 +30,23 @@ UVA_STATUS ReportCurrentException(const CallPolicy& policy, bool mapErrorType) n
             throw;
         } catch (const ExceptionBase& failure) {
             const int errorType = failure.GetErrorType();
-            VELMORA_LOG(site, policy.exceptionBaseLevel) << "Exception type " << errorType << ": " << failure.What();
+            VELMORA_LOG_QUIET(site, policy.exceptionBaseLevel)
+                << "Exception type " << errorType << ": " << failure.What();
             if (mapErrorType) {
                 status = StatusForErrorType(site, errorType);
             }
         } catch (const std::exception& failure) {
-            VELMORA_LOG(site, 5) << policy.name << policy.failureSentence << failure.what();
+            VELMORA_LOG_QUIET(site, 5) << policy.name << policy.failureSentence << failure.what();
         } catch (...) {
-            VELMORA_LOG(site, 5) << policy.unknownText;
+            VELMORA_LOG_QUIET(site, 5) << policy.unknownText;
         }
     } catch (...) {
-        // Not even the log line could be built (no memory); the browser still gets its answer.
+        // Nothing but the rethrow itself can land here; the browser still gets its answer.
     }
     return status;
 }
 
-void ReportTeardownFailure(const LogSite& site, const char* text) noexcept {
-    try {
-        VELMORA_LOG(site, 5) << text;
-    } catch (...) {
-        // No memory for the line; teardown goes on.
-    }
-}
+void ReportTeardownFailure(const LogSite& site, const char* text) noexcept { VELMORA_LOG_QUIET(site, 5) << text; }
 
 }  // namespace Wrapper
 }  // namespace Velmora

@@ -226,27 +226,32 @@ UVA_STATUS DrmBackendWrapper::sendDRMMessage(const char* msg_type, const char* m
     });
 }
 
-// The media stack decrypts by itself: the browser gets no decrypters.
+// The media stack decrypts by itself: the browser gets no decrypters. These answer without a guard, so
+// their lines are dropped rather than thrown when there is no memory for them.
 UVA_STATUS DrmBackendWrapper::getDecrypter(UVADRMDecrypter*& /*decrypter*/, const unsigned char* /*key_id*/,
                                            unsigned int /*key_id_size*/, bool /*flag*/) {
-    VELMORA_LOG(kLog, 2) << "getDecrypter";
+    VELMORA_LOG_QUIET(kLog, 2) << "getDecrypter";
     return UVA_STATUS_ERROR_2;
 }
 
 UVA_STATUS DrmBackendWrapper::releaseDecrypter(UVADRMDecrypter* /*decrypter*/) {
-    VELMORA_LOG(kLog, 2) << "releaseDecrypter";
+    VELMORA_LOG_QUIET(kLog, 2) << "releaseDecrypter";
     return UVA_STATUS_ERROR_2;
 }
 
-void DrmBackendWrapper::stopDecrypters() { VELMORA_LOG(kLog, 2) << "stopDecrypters"; }
+void DrmBackendWrapper::stopDecrypters() { VELMORA_LOG_QUIET(kLog, 2) << "stopDecrypters"; }
 
 // The media stack finds the init data in the stream itself.
 UVA_STATUS DrmBackendWrapper::onInitData(const unsigned char* /*init_data*/, unsigned int /*init_data_size*/) {
-    VELMORA_LOG(kLog, 2) << "onInitData";
+    VELMORA_LOG_QUIET(kLog, 2) << "onInitData";
     return UVA_STATUS_ERROR_2;
 }
 
 void DrmBackendWrapper::DrmBackendEventHandler(boost::shared_ptr<DrmBackendEvent> event) {
+    if (!event) {
+        VELMORA_LOG(kLog, 5) << "DrmBackendEventHandler" << kNullEventIgnored;
+        return;
+    }
     VELMORA_LOG(kLog, 2) << "DrmBackendEventHandler" << "; (sending event to Opera) "
                          << Utilities::ConvertEventIdToString(event->type);
     UVADRMEvent* browserEvent = NewBrowserEvent(*event);

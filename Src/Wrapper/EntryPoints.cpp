@@ -13,23 +13,15 @@ namespace Velmora {
 
 Callbacks uvaCallbacks;
 
-namespace {
-
-// Copies first, then swaps, so a member is never left half-assigned; the old callable dies with `copy`.
-template <typename Function>
-void AssignBySwap(Function& target, const Function& source) {
-    Function copy(source);
-    target.swap(copy);
-}
-
-}  // namespace
-
+// All five are copied before any is swapped in: a copy that fails for lack of memory leaves the
+// table as it was, never half bound to a registry that is about to go. The old callables die with `copy`.
 void SetCallbacks(const Callbacks& callbacks) {
-    AssignBySwap(uvaCallbacks.requestBackend, callbacks.requestBackend);
-    AssignBySwap(uvaCallbacks.releaseBackend, callbacks.releaseBackend);
-    AssignBySwap(uvaCallbacks.requestDrmBackend, callbacks.requestDrmBackend);
-    AssignBySwap(uvaCallbacks.releaseDrmBackend, callbacks.releaseDrmBackend);
-    AssignBySwap(uvaCallbacks.getSupportedBackendIDs, callbacks.getSupportedBackendIDs);
+    Callbacks copy(callbacks);
+    uvaCallbacks.requestBackend.swap(copy.requestBackend);
+    uvaCallbacks.releaseBackend.swap(copy.releaseBackend);
+    uvaCallbacks.requestDrmBackend.swap(copy.requestDrmBackend);
+    uvaCallbacks.releaseDrmBackend.swap(copy.releaseDrmBackend);
+    uvaCallbacks.getSupportedBackendIDs.swap(copy.getSupportedBackendIDs);
 }
 
 UVA_STATUS ListSupportedKeySystems(const char**& ids) {

@@ -1,11 +1,25 @@
 #include "Velmora/IntegrationLayer.h"
 
+#include <memory>
+
 #include "UvaWrapper.h"
 
 namespace Velmora {
 namespace Wrapper {
 
-IntegrationLayer::IntegrationLayer(IUva* uva) : registry(new UvaWrapper(uva)) {}
+namespace {
+
+// The IUva is ours from the first instruction: whatever fails, it is deleted exactly once. The
+// registry's storage is allocated before its argument is evaluated, so `owned` still holds it when
+// that allocation fails; from its constructor on the registry owns it.
+boost::shared_ptr<UvaWrapper> MakeRegistry(IUva* uva) {
+    std::unique_ptr<IUva> owned(uva);
+    return boost::shared_ptr<UvaWrapper>(new UvaWrapper(owned.release()));
+}
+
+}  // namespace
+
+IntegrationLayer::IntegrationLayer(IUva* uva) : registry(MakeRegistry(uva)) {}
 
 IntegrationLayer::~IntegrationLayer() = default;
 

@@ -3,6 +3,10 @@
 //     VELMORA_LOG(kLog, 2) << "getNativeSize" << "; " << width << "; ";
 // The threshold is tested first; the stream arguments are not evaluated at all when the level is off.
 // The statement is a single expression, safe under an unbraced if/else.
+//
+// Where no exception may leave (outside a call guard, in a catch clause, in a destructor or on a path
+// that must complete), write VELMORA_LOG_QUIET instead: a line that cannot be built or sent for lack of
+// memory is dropped and counted. Inside a guard VELMORA_LOG lets the failure reach the guard.
 
 #include <atomic>
 #include <sstream>
@@ -47,6 +51,8 @@ public:
     LogLine(const LogSite& site, int level, int line) : site_(site), level_(level), line_(line) {}
     std::ostream& Stream() { return *this; }
     void Emit();
+    // Drops the line instead of throwing when it cannot be finished.
+    void EmitQuietly() noexcept;
 
 private:
     const LogSite& site_;
@@ -59,11 +65,21 @@ struct LogEmitter {
     void operator&(std::ostream& line) const { static_cast<LogLine&>(line).Emit(); }
 };
 
+struct QuietLogEmitter {
+    void operator&(std::ostream& line) const noexcept { static_cast<LogLine&>(line).EmitQuietly(); }
+};
+
+// How many quiet lines were dropped since the library was loaded.
+unsigned long DroppedLogLines() noexcept;
+
 }  // namespace Wrapper
 }  // namespace Velmora
 
-#define VELMORA_LOG(site, level)                                 \
+#define VELMORA_LOG_WITH(emitter, site, level)                   \
     !::Velmora::Wrapper::LogEnabled((site), (level))             \
         ? static_cast<void>(0)                                   \
-        : ::Velmora::Wrapper::LogEmitter() &                     \
+        : ::Velmora::Wrapper::emitter() &                        \
               ::Velmora::Wrapper::LogLine((site), (level), __LINE__).Stream()
+
+#define VELMORA_LOG(site, level) VELMORA_LOG_WITH(LogEmitter, site, level)
+#define VELMORA_LOG_QUIET(site, level) VELMORA_LOG_WITH(QuietLogEmitter, site, level)

@@ -268,13 +268,19 @@ void LogNotHandled(BackendEvent::EventType code) {
     VELMORA_LOG(kLog, 4) << kEventNotHandled << Utilities::ConvertEventIdToString(code);
 }
 
-// The browser's event naming `component`, which cannot be destroyed while the event names it.
+// Makes `named` name `component`, which cannot be destroyed while the event names it.
+void Name(::ComponentChangedEvent& named, UVABackend::AVComponent* component,
+          ::ComponentChangedEvent::Action action) noexcept {
+    named.action = action;
+    component->preventDestruction();
+    named.component = component;
+}
+
+// The browser's event naming `component`.
 std::unique_ptr<::ComponentChangedEvent> NamingEvent(UVABackend::AVComponent* component,
                                                      ::ComponentChangedEvent::Action action) {
     auto named = std::make_unique<::ComponentChangedEvent>();
-    named->action = action;
-    component->preventDestruction();
-    named->component = component;
+    Name(*named, component, action);
     return named;
 }
 
@@ -305,7 +311,7 @@ MediaBackendWrapper::MediaBackendWrapper(boost::shared_ptr<IBackend> implementat
 
 MediaBackendWrapper::~MediaBackendWrapper() {
     gate.Close();
-    VELMORA_LOG(kLog, 2) << "~MediaBackendWrapper";
+    VELMORA_LOG_QUIET(kLog, 2) << "~MediaBackendWrapper";
     // The implementation may go before the event subscription is cut: the gate already keeps its
     // threads out, and the media stack releases its signal with the back-end.
     backend.reset();
@@ -645,8 +651,13 @@ UVA_STATUS MediaBackendWrapper::PassOnSelection(const char* name, const char* un
 // Events
 
 void MediaBackendWrapper::MediaBackendEvent(boost::shared_ptr<BackendEvent> event) {
+    if (!event) {
+        VELMORA_LOG(kLog, 5) << "MediaBackendEvent" << kNullEventIgnored;
+        return;
+    }
     const BackendEvent::EventType code = event->type;
-    VELMORA_LOG(kLog, 2) << "MediaBackendEvent" << kSendingEvent << Utilities::ConvertEventIdToString(code);
+    // Without memory for this line the event, a component's removal above all, is still handled.
+    VELMORA_LOG_QUIET(kLog, 2) << "MediaBackendEvent" << kSendingEvent << Utilities::EventName(code);
     if (code == BackendEvent::ComponentChanged) {
         OnComponentChanged(*event);
         return;
@@ -668,17 +679,22 @@ void MediaBackendWrapper::OnComponentChanged(const BackendEvent& event) {
     if (change == nullptr) {
         throw GenericErrorException(kEventCastFailed);
     }
+    // An unknown action is refused below whatever it carries.
+    if (change->component == nullptr && change->action >= ComponentChangedEvent::Added &&
+        change->action <= ComponentChangedEvent::Changed) {
+        VELMORA_LOG(kLog, 5) << "MediaBackendEvent" << kNullComponentIgnored;
+        return;
+    }
     switch (change->action) {
         case ComponentChangedEvent::Added: {
-            if (change->component == nullptr) {
-                LogNotHandled(event.type);
-                return;
-            }
+            // Everything that can fail comes before the map changes, so a failure leaves no wrapper
+            // registered that the browser never heard of.
+            auto named = std::make_unique<::ComponentChangedEvent>();
             std::unique_ptr<AvComponentWrapper, RetireComponent> created(new AvComponentWrapper(change->component));
             componentMap.emplace(created.get(), change->component);
             AvComponentWrapper* const added = created.release();
-            auto named = NamingEvent(added, ::ComponentChangedEvent::ADDED);
-            VELMORA_LOG(kLog, 2) << "Component ADDED: " << static_cast<const void*>(added);
+            Name(*named, added, ::ComponentChangedEvent::ADDED);
+            VELMORA_LOG_QUIET(kLog, 2) << "Component ADDED: " << static_cast<const void*>(added);
             Send(std::move(named));
             return;
         }
@@ -689,13 +705,11 @@ void MediaBackendWrapper::OnComponentChanged(const BackendEvent& event) {
                 return;
             }
             AVComponent* const removed = entry->first;
-            VELMORA_LOG(kLog, 2) << "Component to be REMOVED: " << static_cast<const void*>(removed);
+            // The media stack has removed it: from here on the browser's protocol decides when it goes,
+            // even when there is no memory to tell the browser.
+            const ComponentRemoval<std::map<AVComponent*, IAvComponent*>> removal(componentMap, entry);
+            VELMORA_LOG_QUIET(kLog, 2) << "Component to be REMOVED: " << static_cast<const void*>(removed);
             Send(NamingEvent(removed, ::ComponentChangedEvent::REMOVED));
-            // From here on the browser's protocol decides when the component goes.
-            if (auto* retired = dynamic_cast<AvComponentWrapper*>(removed)) {
-                retired->BackendMarkUnused();
-            }
-            componentMap.erase(entry);
             return;
         }
         case ComponentChangedEvent::Changed: {

@@ -11,6 +11,7 @@ namespace Wrapper {
 
 class SlotGate::State {
 public:
+    // Throws when there is no memory to note the call; the slot then does not run.
     bool Enter() {
         std::lock_guard<std::mutex> lock(mutex_);
         if (closed_) {
@@ -20,19 +21,22 @@ public:
         return true;
     }
 
-    void Leave() {
-        std::vector<std::function<void()>> due;
+    // Allocates nothing: it runs in a destructor, and may run a postponed delete.
+    void Leave() noexcept {
+        Deferred due;
         {
             std::lock_guard<std::mutex> lock(mutex_);
             const auto self = std::this_thread::get_id();
             running_.erase(std::find(running_.begin(), running_.end(), self));
-            if (std::find(running_.begin(), running_.end(), self) == running_.end()) {
-                TakeDeferred(self, due);
+            if (deferred_.destroy != nullptr && deferred_.thread == self &&
+                std::find(running_.begin(), running_.end(), self) == running_.end()) {
+                due = deferred_;
+                deferred_ = Deferred();
             }
         }
         idle_.notify_all();
-        for (auto& action : due) {
-            action();
+        if (due.destroy != nullptr) {
+            due.destroy(due.object);
         }
     }
 
@@ -45,47 +49,43 @@ public:
         });
     }
 
-    void CloseAndDelete(std::function<void()> deleteObject) noexcept {
+    void CloseAndDelete(void (*destroy)(void*), void* object) noexcept {
         try {
             Close();
             std::lock_guard<std::mutex> lock(mutex_);
             const auto self = std::this_thread::get_id();
             if (std::find(running_.begin(), running_.end(), self) != running_.end()) {
-                deferred_.emplace_back(self, std::move(deleteObject));
+                // The gate owns one object, so one place for its postponed delete is enough.
+                deferred_ = Deferred{self, destroy, object};
                 return;
             }
         } catch (...) {
-            // Out of memory while postponing: leaking the object is safer than freeing it under a slot.
+            // Only a failing mutex can throw here: leaking the object is safer than freeing it under a slot.
             return;
         }
-        deleteObject();
+        destroy(object);
     }
 
 private:
-    void TakeDeferred(std::thread::id self, std::vector<std::function<void()>>& due) {
-        for (auto entry = deferred_.begin(); entry != deferred_.end();) {
-            if (entry->first == self) {
-                due.push_back(std::move(entry->second));
-                entry = deferred_.erase(entry);
-            } else {
-                ++entry;
-            }
-        }
-    }
+    struct Deferred {
+        std::thread::id thread;
+        void (*destroy)(void*) = nullptr;
+        void* object = nullptr;
+    };
 
     std::mutex mutex_;
     std::condition_variable idle_;
     bool closed_ = false;
     std::vector<std::thread::id> running_;  // one entry per slot call in progress
-    std::vector<std::pair<std::thread::id, std::function<void()>>> deferred_;
+    Deferred deferred_;
 };
 
 SlotGate::SlotGate() : state_(new State) {}
 
 SlotGate::~SlotGate() { Close(); }
 
-void SlotGate::CloseAndDelete(State& state, std::function<void()> deleteObject) noexcept {
-    state.CloseAndDelete(std::move(deleteObject));
+void SlotGate::CloseAndDelete(State& state, void (*destroy)(void*), void* object) noexcept {
+    state.CloseAndDelete(destroy, object);
 }
 
 void SlotGate::Close() noexcept {

@@ -13,7 +13,6 @@
 
 #include <boost/function.hpp>
 #include <boost/shared_ptr.hpp>
-#include <functional>
 #include <utility>
 
 namespace Velmora {
@@ -43,19 +42,24 @@ public:
 
     // Holds `object` so that its last release closes `gate` (waiting for slots on other threads) and
     // deletes it, or, when that release happens inside one of the gate's slots, deletes it as soon as
-    // that slot returns.
+    // that slot returns. One object per gate. The release allocates nothing, so it cannot fail.
     template <typename Base, typename Object>
     static boost::shared_ptr<Base> Own(Object* object, const SlotGate& gate) {
         const boost::shared_ptr<State> state = gate.state_;
-        return boost::shared_ptr<Base>(object, [state](Base* held) {
-            CloseAndDelete(*state, [held] { delete held; });
+        return boost::shared_ptr<Base>(object, [state](Base* held) noexcept {
+            CloseAndDelete(*state, &DeleteAs<Base>, held);
         });
     }
 
 private:
     class State;
 
-    static void CloseAndDelete(State& state, std::function<void()> deleteObject) noexcept;
+    template <typename Base>
+    static void DeleteAs(void* object) noexcept {
+        delete static_cast<Base*>(object);
+    }
+
+    static void CloseAndDelete(State& state, void (*destroy)(void*), void* object) noexcept;
 
     class Passage {
     public:

@@ -27,14 +27,16 @@ constexpr const char* kDrmEventNames[] = {"KeyNeeded", "KeyMessage", "KeyComplet
 static_assert(std::size(kDrmEventNames) == DrmBackendEvent::DrmMessageResult + 1, "one name per DRM event code");
 
 template <std::size_t N>
-std::string NameOf(const char* const (&names)[N], std::int32_t eventId) {
+const char* NameOf(const char* const (&names)[N], std::int32_t eventId) noexcept {
     // Compared unsigned, so negative codes are unknown too.
     return static_cast<std::uint32_t>(eventId) < N ? names[eventId] : kUnknownEventId;
 }
 
 }  // namespace
 
-std::string ConvertEventIdToString(BackendEvent::EventType eventId) { return NameOf(kBackendEventNames, eventId); }
+std::string ConvertEventIdToString(BackendEvent::EventType eventId) { return EventName(eventId); }
+
+const char* EventName(BackendEvent::EventType eventId) noexcept { return NameOf(kBackendEventNames, eventId); }
 
 std::string ConvertEventIdToString(DrmBackendEvent::EventType eventId) { return NameOf(kDrmEventNames, eventId); }
 

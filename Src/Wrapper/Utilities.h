@@ -19,6 +19,8 @@ namespace Utilities {
 // The enumerator's name, or "Unknown event ID".
 std::string ConvertEventIdToString(BackendEvent::EventType eventId);
 std::string ConvertEventIdToString(DrmBackendEvent::EventType eventId);
+// The same name without allocating, for lines that must not fail.
+const char* EventName(BackendEvent::EventType eventId) noexcept;
 
 // The browser's code for an event of the media stack. The browser has no counterpart of WriteMseData,
 // so every code above it is one lower on the browser's side. False for WriteMseData and codes outside

@@ -53,7 +53,8 @@ UvaWrapper::UvaWrapper(IUva* impl) : broadcastBackendCount(0), _impl(impl) {
 UvaWrapper::~UvaWrapper() { gate.Close(); }
 
 UVABackend* UvaWrapper::RequestBackend(UVABackend::UVABackendType type, UVAClient* client) {
-    VELMORA_LOG(kLog, 2) << kLog.prefix << "RequestBackend" << " type: " << static_cast<int>(type) << kLog.suffix;
+    VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestBackend" << " type: " << static_cast<int>(type)
+                               << kLog.suffix;
     UVABackend* const added =
         Guarded(RegistryCall("RequestBackend", kMediaFailure, "Unknown exception caught in UVAWrapper::RequestBackend"),
                 static_cast<UVABackend*>(nullptr), [&]() -> UVABackend* {
@@ -67,8 +68,8 @@ UVABackend* UvaWrapper::RequestBackend(UVABackend::UVABackendType type, UVAClien
                             throw GenericErrorException("Uva Backend request failed!");
                     }
                 });
-    VELMORA_LOG(kLog, 2) << kLog.prefix << "RequestBackend" << " Now added: " << static_cast<const void*>(added)
-                         << ". Number of backends in uvaBackends: " << uvaBackends.size() << kLog.suffix;
+    VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestBackend" << " Now added: " << static_cast<const void*>(added)
+                               << ". Number of backends in uvaBackends: " << uvaBackends.size() << kLog.suffix;
     return added;
 }
 
@@ -107,8 +108,9 @@ UVA_STATUS UvaWrapper::ReleaseBackend(UVABackend* backend) {
             handleLookupConnection.disconnect();
         }
         uvaBackends.erase(position);
-        VELMORA_LOG(kLog, 2) << kLog.prefix << "ReleaseBackend" << "...finished. Now uvaBackends.size(): "
-                             << uvaBackends.size() << kLog.suffix;
+        // Released whatever happens to the line: the browser must not be told otherwise.
+        VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "ReleaseBackend" << "...finished. Now uvaBackends.size(): "
+                                   << uvaBackends.size() << kLog.suffix;
         return UVA_STATUS_OK;
     });
 }
@@ -118,14 +120,15 @@ void UvaWrapper::FindMediaObject(UVABackend* backend, BackendList::iterator& pos
 }
 
 UVADRMBackend* UvaWrapper::RequestDrmBackend(const char* keySystemId, UVADRMClient* client) {
-    VELMORA_LOG(kLog, 2) << kLog.prefix << "RequestDrmBackend" << " id: "
-                         << (keySystemId != nullptr ? keySystemId : " empty id!; ") << " client: "
-                         << static_cast<const void*>(client) << kLog.suffix;
+    VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestDrmBackend" << " id: "
+                               << (keySystemId != nullptr ? keySystemId : " empty id!; ") << " client: "
+                               << static_cast<const void*>(client) << kLog.suffix;
     UVADRMBackend* const added = Guarded(
         RegistryCall("RequestDrmBackend", kDrmFailure, "Unknown exception caught in UVAWrapper::RequestDrmBackend"),
         static_cast<UVADRMBackend*>(nullptr), [&] { return AddDrmBackend(keySystemId, client); });
-    VELMORA_LOG(kLog, 2) << kLog.prefix << "RequestDrmBackend" << " ------ Now added: " << static_cast<const void*>(added)
-                         << ". Number of backends in uvaDrmBackends: " << uvaDrmBackends.size() << kLog.suffix;
+    VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestDrmBackend" << " ------ Now added: "
+                               << static_cast<const void*>(added)
+                               << ". Number of backends in uvaDrmBackends: " << uvaDrmBackends.size() << kLog.suffix;
     return added;
 }
 
@@ -149,8 +152,8 @@ UVA_STATUS UvaWrapper::ReleaseDrmBackend(UVADRMBackend* backend) {
             return UVA_STATUS_ERROR;
         }
         uvaDrmBackends.erase(position);
-        VELMORA_LOG(kLog, 2) << kLog.prefix << "ReleaseDrmBackend" << "...finished. Now uvaDrmBackends.size(): "
-                             << uvaDrmBackends.size() << kLog.suffix;
+        VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "ReleaseDrmBackend" << "...finished. Now uvaDrmBackends.size(): "
+                                   << uvaDrmBackends.size() << kLog.suffix;
         return UVA_STATUS_OK;
     });
 }

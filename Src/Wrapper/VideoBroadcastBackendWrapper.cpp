@@ -380,6 +380,10 @@ UVA_STATUS VideoBroadcastBackendWrapper::unselectComponent(AVComponent* componen
 }
 
 void VideoBroadcastBackendWrapper::VideoBroadcastBackendEvent(boost::shared_ptr<BackendEvent> event) {
+    if (!event) {
+        VELMORA_LOG(kLog, 5) << "VideoBroadcastBackendEvent" << kNullEventIgnored;
+        return;
+    }
     const BackendEvent::EventType type = event->type;
     if (type < BackendEvent::ParentalRatingError || type > BackendEvent::ComponentChanged) {
         VELMORA_LOG(kLog, 5) << kNotHandled << Utilities::ConvertEventIdToString(type);
@@ -395,6 +399,12 @@ void VideoBroadcastBackendWrapper::VideoBroadcastBackendEvent(boost::shared_ptr<
 // The browser sees a component only once it is registered and protected by the event that names it,
 // and is told of a removal before the component is marked unused and forgotten.
 void VideoBroadcastBackendWrapper::OnComponentChanged(const Velmora::ComponentChangedEvent& event) {
+    // An unknown action is refused below whatever it carries.
+    if (event.component == nullptr && event.action >= Velmora::ComponentChangedEvent::Added &&
+        event.action <= Velmora::ComponentChangedEvent::Changed) {
+        VELMORA_LOG(kLog, 5) << "VideoBroadcastBackendEvent" << kNullComponentIgnored;
+        return;
+    }
     switch (event.action) {
         case Velmora::ComponentChangedEvent::Added: {
             // Everything that can fail comes first, so a failure leaves neither a wrapper nor an entry.
@@ -416,10 +426,11 @@ void VideoBroadcastBackendWrapper::OnComponentChanged(const Velmora::ComponentCh
             if (entry == components.end()) {
                 return;
             }
-            VELMORA_LOG(kLog, 2) << kRemoving << static_cast<const void*>(entry->first);
-            Deliver(Naming(std::make_unique<BrowserChange>(), entry->first, BrowserChange::REMOVED));
-            static_cast<AvComponentWrapper*>(entry->first)->BackendMarkUnused();
-            components.erase(entry);
+            AVComponent* const removed = entry->first;
+            // The media stack has removed it: marked unused and forgotten even without memory to tell the browser.
+            const ComponentRemoval<ComponentMap> removal(components, entry);
+            VELMORA_LOG_QUIET(kLog, 2) << kRemoving << static_cast<const void*>(removed);
+            Deliver(Naming(std::make_unique<BrowserChange>(), removed, BrowserChange::REMOVED));
             return;
         }
         default:

@@ -10,6 +10,9 @@ inline constexpr const char* kUnknownComponentAction = "Unknown ComponentChanged
 inline constexpr const char* kNullComponent = " Uva attempts to select nullpointer AVComponent id.";
 inline constexpr const char* kSelectUnknown = " Uva attempts to select non-existing AVComponent id.";
 inline constexpr const char* kUnselectUnknown = " Uva attempts to select invalid AVComponent id.";
+// Written after the name of the slot that received it: the media stack sent what it must never send.
+inline constexpr const char* kNullEventIgnored = ": null event ignored";
+inline constexpr const char* kNullComponentIgnored = ": component event without a component ignored";
 inline constexpr const char* kComponentCastFailed =
     "Exception occurred while performing cast from '::UVABackend::AVComponent*' to 'AvComponentWrapper*'";
 
