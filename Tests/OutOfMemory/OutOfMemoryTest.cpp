@@ -247,10 +247,11 @@ UVADRMBackend* DrmKeySession(MediaStack& stack, Client& client, DrmClient& drmCl
         return nullptr;
     }
     client.drmBackend = backend;
-    const unsigned char initData[] = {1, 2, 3, 4};
+    // Terminated: the DRM back-end's trace lines write these bytes up to the first zero.
+    const unsigned char initData[] = "init";
     Browser("getId", [&] { backend->getId(); });
     Browser("getOIPFId", [&] { backend->getOIPFId(); });
-    Browser("generateKeyRequest", [&] { backend->generateKeyRequest(initData, sizeof initData); });
+    Browser("generateKeyRequest", [&] { backend->generateKeyRequest(initData, 4); });
     const boost::shared_ptr<unsigned char> message(new unsigned char[3](),
                                                    boost::checked_array_deleter<unsigned char>());
     Raise(*stack.drm,

@@ -153,11 +153,14 @@ TEST_F(DrmBackendWrapperTest, UnknownTypesAreLoggedAndAMismatchedClassIsNeverRea
     for (const int type : {5, -1}) {
         impl->Raise(new DrmBackendEvent(static_cast<DrmBackendEvent::EventType>(type), "ks", "s", true));
     }
+    impl->Raise(nullptr);
     auto* impostor = new UvaKeyCompleteDrmEvent("ks", "s", true);
     impostor->type = DrmBackendEvent::KeyError;
     EXPECT_THROW(impl->Raise(impostor), GenericErrorException);
     EXPECT_EQ(client.events.Count(), 0u);
-    EXPECT_EQ(Lines(5), Strings(2, "MediaBackendEvent not handled. Event ID: Unknown event ID"));
+    Strings failures(2, "MediaBackendEvent not handled. Event ID: Unknown event ID");
+    failures.push_back("DrmBackendEventHandler: null event ignored");
+    EXPECT_EQ(Lines(5), failures);
     EXPECT_EQ(Lines(2).back(), "DrmBackendEventHandler; (sending event to Opera) KeyError");
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <new>
 
 #include "Log.h"
 #include "Support/LogCapture.h"
@@ -80,6 +81,19 @@ TEST_F(LogTest, ThresholdsComeFromTheEnvironmentByContextName) {
     EXPECT_EQ(other.context->threshold.load(), 5);
     Tlog::ResetThresholds();
     EXPECT_EQ(site.context->threshold.load(), Tlog::kDefaultThreshold);
+}
+
+// A log that cannot take the line (no memory): the guarded statement lets the failure reach its guard,
+// the quiet one drops the line and counts it.
+TEST_F(LogTest, AQuietLineThatCannotBeSentIsDroppedAndCountedWhereTheOtherThrows) {
+    Tlog::SetSink([](const Tlog::Record&) { throw std::bad_alloc(); });
+    const unsigned long dropped = Velmora::Wrapper::DroppedLogLines();
+    EXPECT_THROW(VELMORA_LOG(site, 5) << "guarded", std::bad_alloc);
+    EXPECT_NO_THROW(VELMORA_LOG_QUIET(site, 5) << "quiet");
+    EXPECT_EQ(Velmora::Wrapper::DroppedLogLines(), dropped + 1);
+    Tlog::SetSink([](const Tlog::Record&) {});
+    VELMORA_LOG_QUIET(site, 2) << "sent";
+    EXPECT_EQ(Velmora::Wrapper::DroppedLogLines(), dropped + 1);
 }
 
 }  // namespace

@@ -135,10 +135,12 @@ TEST_F(MediaComponentTest, ComponentIsShownSelectableWhileActiveAndRetiredOnRemo
                                 LogLine(5, "selectComponent Uva attempts to select nullpointer AVComponent id.")}));
 }
 
-TEST_F(MediaComponentTest, UnknownComponentsAreNotHandledAndMalformedChangesThrow) {
+TEST_F(MediaComponentTest, UnknownComponentsAreNotHandledMalformedChangesThrowAndNullsAreIgnored) {
     NiceMock<VelmoraTest::MockAvComponent> video("", 0);
     Raise(new Stack::ComponentChangedEvent(&video, Action::Removed));
     Raise(new Stack::ComponentChangedEvent(&video, Action::Changed));
+    Raise(new Stack::ComponentChangedEvent(nullptr, Action::Added));
+    Raise(nullptr);
     EXPECT_EQ(Wrapper().selectComponent(reinterpret_cast<UVABackend::AVComponent*>(&video)), UVA_STATUS_ERROR);
     EXPECT_THROW(Raise(new Stack::ComponentChangedEvent(&video, 3)), Stack::GenericErrorException);
     EXPECT_THROW(Raise(new BackendEvent(BackendEvent::ComponentChanged)), Stack::GenericErrorException);
@@ -146,7 +148,9 @@ TEST_F(MediaComponentTest, UnknownComponentsAreNotHandledAndMalformedChangesThro
     EXPECT_THAT(MediaLog(),
                 IsSupersetOf(Lines{LogLine(4, "MediaBackendEvent not handled. Event ID: ComponentChanged"),
                                    LogLine(4, "MediaBackendEvent not handled. Event ID: ComponentChanged"),
-                                   LogLine(5, "selectComponent Uva attempts to select non-existing AVComponent id.")}));
+                                   LogLine(5, "selectComponent Uva attempts to select non-existing AVComponent id."),
+                                   LogLine(5, "MediaBackendEvent: component event without a component ignored"),
+                                   LogLine(5, "MediaBackendEvent: null event ignored")}));
 }
 
 }  // namespace

@@ -42,6 +42,7 @@ using ::testing::_;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
 using ::testing::ValuesIn;
 using Velmora::BackendEvent;
 using Velmora::ExceptionBase;
@@ -329,7 +330,13 @@ TEST_F(BroadcastTest, ComponentsAreRegisteredBeforeTheyAreShownAndRetiredAfterTh
     client.events.Clear();  // the browser lets go: both are deleted now
     EXPECT_EQ(Announce(kRemoved), nullptr);
     EXPECT_EQ(Announce(kChanged), nullptr);
+    // What a media stack must never send is logged and ignored.
+    backend->Raise(new V::ComponentChangedEvent(nullptr, kAdded));
+    backend->Raise(nullptr);
     EXPECT_EQ(client.events.Count(), 0u);
+    EXPECT_THAT(log.Records("Velmora::VB"),
+                IsSupersetOf({LogLine(5, "VideoBroadcastBackendEvent: component event without a component ignored"),
+                              LogLine(5, "VideoBroadcastBackendEvent: null event ignored")}));
 }
 
 enum class Target { NoBackend, Null, Removed, Inactive, Active };
