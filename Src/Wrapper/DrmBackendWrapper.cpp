@@ -41,9 +41,22 @@ std::ostream& operator<<(std::ostream& line, const Entry& entry) {
     return line << entry.name << " (impl pointer): " << static_cast<const void*>(entry.impl.get()) << "; ";
 }
 
-// A byte block in a trace line: its bytes up to the first zero, whatever its length. A null block fails
-// the stream, which blanks the rest of the line. Deliberate: the traces have always read this way.
-const char* AsText(const unsigned char* bytes) { return reinterpret_cast<const char*>(bytes); }
+// A byte block in a trace line: its bytes up to the first zero, as the traces have always read, but never
+// past its length (init data and keys need not hold a zero). A null block fails the stream, which blanks
+// the rest of the line, as streaming a null text does.
+struct AsText {
+    const unsigned char* bytes;
+    unsigned int size;
+};
+
+std::ostream& operator<<(std::ostream& line, const AsText& block) {
+    if (block.bytes == nullptr) {
+        line.setstate(std::ios_base::badbit);
+        return line;
+    }
+    const char* text = reinterpret_cast<const char*>(block.bytes);
+    return line.write(text, static_cast<std::streamsize>(strnlen(text, block.size)));
+}
 
 // The media stack's event as the class its type code names; never read fields of another class. The
 // throw leaves the slot towards whoever raised the event, as for the media back-end's events.
@@ -163,7 +176,8 @@ const char* DrmBackendWrapper::getOIPFId() const {
 
 UVA_STATUS DrmBackendWrapper::generateKeyRequest(const unsigned char* init_data, unsigned int init_data_size) {
     return Guarded(DrmCall("generateKeyRequest"), [&] {
-        VELMORA_LOG(kLog, 2) << Entry{"generateKeyRequest", impl} << " Value of init_data is : " << AsText(init_data)
+        VELMORA_LOG(kLog, 2) << Entry{"generateKeyRequest", impl} << " Value of init_data is : "
+                             << AsText{init_data, init_data_size}
                              << " Value of init_data_size is : " << init_data_size;
         return StatusOf(Drm().GenerateKeyRequest(Utilities::CopyToSharedBytes(init_data, init_data_size),
                                                  init_data_size));
@@ -173,8 +187,9 @@ UVA_STATUS DrmBackendWrapper::generateKeyRequest(const unsigned char* init_data,
 UVA_STATUS DrmBackendWrapper::addKey(const unsigned char* key, unsigned int key_size, const unsigned char* init_data,
                                      unsigned int init_data_size, const char* session_id) {
     return Guarded(DrmCall("addKey"), [&] {
-        VELMORA_LOG(kLog, 2) << Entry{"addKey", impl} << " Key value: " << AsText(key) << "; "
-                             << "; key_size: " << key_size << " Value of init_data is : " << AsText(init_data)
+        VELMORA_LOG(kLog, 2) << Entry{"addKey", impl} << " Key value: " << AsText{key, key_size} << "; "
+                             << "; key_size: " << key_size << " Value of init_data is : "
+                             << AsText{init_data, init_data_size}
                              << "; init_data_size: " << init_data_size;
         // Named copies: the key is copied before the init data, whatever order the compiler picks for arguments.
         const boost::shared_ptr<unsigned char> keyCopy = Utilities::CopyToSharedBytes(key, key_size);

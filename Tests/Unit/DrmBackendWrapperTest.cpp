@@ -177,10 +177,11 @@ TEST_F(DrmBackendWrapperTest, ByteBlocksReachTheBackendAsExactCopiesThatOutliveT
     EXPECT_EQ(texts, Strings({"", "s9"}));
 }
 
-TEST_F(DrmBackendWrapperTest, TraceLinesPrintByteBlocksAsTextUpToTheirFirstZero) {
-    const unsigned char initData[] = "ab\0cd", key[] = "key";
+TEST_F(DrmBackendWrapperTest, TraceLinesPrintByteBlocksAsTextUpToTheirFirstZeroOrTheirEnd) {
+    const unsigned char initData[] = "ab\0cd";
+    const std::vector<unsigned char> key{'k', 'e', 'y'};  // no zero: the line must stop at the block's end
     wrapper->generateKeyRequest(initData, 5);
-    wrapper->addKey(key, 3, nullptr, 0, "s");  // the null block fails the stream: the line ends there
+    wrapper->addKey(key.data(), 3, nullptr, 0, "s");  // the null block fails the stream: the line ends there
     EXPECT_EQ(Lines(2), Strings({Entry("generateKeyRequest") + " Value of init_data is : ab Value of init_data_size is : 5",
                                  Entry("addKey") + " Key value: key; ; key_size: 3 Value of init_data is : "}));
     EXPECT_EQ(Block(blocks[0].get(), 5), "ab\0cd"s);
