@@ -243,7 +243,8 @@ public:
         const auto until = Clock::now() + deadline;
         while (!done()) {
             std::unique_lock<std::mutex> lock(mutex);
-            if (!arrived.wait_until(lock, std::min(until, Clock::now() + kRecheck), [this] { return !queue.empty(); })) {
+            const auto wake = std::min(until, Clock::now() + kRecheck);
+            if (!arrived.wait_until(lock, wake, [this] { return !queue.empty(); })) {
                 if (Clock::now() >= until) return done();
                 continue;
             }

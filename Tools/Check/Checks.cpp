@@ -180,7 +180,8 @@ Verdict ComponentSelection(Context& context) {
 }
 
 Verdict MediaSource(Context& context) {
-    const Observations seen = PlaySession(context.harness, MediaSourceOnly(context.feed), Ending::Orderly, false, context.step);
+    const Observations seen =
+        PlaySession(context.harness, MediaSourceOnly(context.feed), Ending::Orderly, false, context.step);
     if (!seen.unavailable.empty()) return Skip(seen.unavailable);
     if (!seen.writeFailures.empty()) {
         return Fail(Join(seen.writeFailures) + "; the library logged: " + context.harness.LastLine(4));
