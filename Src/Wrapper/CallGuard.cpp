@@ -30,13 +30,16 @@ UVA_STATUS ReportCurrentException(const CallPolicy& policy, bool mapErrorType) n
             throw;
         } catch (const ExceptionBase& failure) {
             const int errorType = failure.GetErrorType();
+            Tracing::NoteFailure(errorType, failure.What());
             VELMORA_LOG(site, policy.exceptionBaseLevel) << "Exception type " << errorType << ": " << failure.What();
             if (mapErrorType) {
                 status = StatusForErrorType(site, errorType);
             }
         } catch (const std::exception& failure) {
+            Tracing::NoteFailure(-1, failure.what());
             VELMORA_LOG(site, 5) << policy.name << policy.failureSentence << failure.what();
         } catch (...) {
+            Tracing::NoteFailure(-1, policy.unknownText);
             VELMORA_LOG(site, 5) << policy.unknownText;
         }
     } catch (...) {
@@ -46,6 +49,7 @@ UVA_STATUS ReportCurrentException(const CallPolicy& policy, bool mapErrorType) n
 }
 
 void ReportTeardownFailure(const LogSite& site, const char* text) noexcept {
+    Tracing::NoteFailure(-1, text);
     try {
         VELMORA_LOG(site, 5) << text;
     } catch (...) {

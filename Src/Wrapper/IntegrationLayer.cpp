@@ -1,13 +1,17 @@
 #include "Velmora/IntegrationLayer.h"
 
+#include "TraceHooks.h"
 #include "UvaWrapper.h"
 
 namespace Velmora {
 namespace Wrapper {
 
-IntegrationLayer::IntegrationLayer(IUva* uva) : registry(new UvaWrapper(uva)) {}
+IntegrationLayer::IntegrationLayer(IUva* uva) : registry((Tracing::LibraryStarted(), new UvaWrapper(uva))) {}
 
-IntegrationLayer::~IntegrationLayer() = default;
+IntegrationLayer::~IntegrationLayer() {
+    registry.reset();
+    Tracing::LibraryStopped();
+}
 
 IUva* IntegrationLayer::GetUvaImpl() { return registry->GetUvaImpl(); }
 

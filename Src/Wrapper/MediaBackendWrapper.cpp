@@ -323,16 +323,19 @@ IMediaBackend& MediaBackendWrapper::Media() const {
 }
 
 template <typename Call>
-UVA_STATUS MediaBackendWrapper::Forward(const CallPolicy& policy, Call&& call) {
-    return Guarded(policy, [&] {
-        IMediaBackend& media = Media();
-        if constexpr (std::is_void<decltype(call(media))>::value) {
-            call(media);
-            return UVA_STATUS_OK;
-        } else {
-            return StatusOf(call(media));
-        }
-    });
+UVA_STATUS MediaBackendWrapper::Forward(const CallPolicy& policy, Call&& call, const char* operation) {
+    return Guarded(
+        policy,
+        [&] {
+            IMediaBackend& media = Media();
+            if constexpr (std::is_void<decltype(call(media))>::value) {
+                call(media);
+                return UVA_STATUS_OK;
+            } else {
+                return StatusOf(call(media));
+            }
+        },
+        this, operation);
 }
 
 // The forwarding family: cast, convert, call, answer.
@@ -581,7 +584,7 @@ UVA_STATUS MediaBackendWrapper::ReportTimeRanges(const char* name, TimeRangeQuer
                 new TimeRange{static_cast<double>(ranges[index].start), static_cast<double>(ranges[index].end)};
         }
         return StatusOf(answer);
-    });
+    }, this, name);
 }
 
 UVA_STATUS MediaBackendWrapper::getBufferedTimeRanges(ByteRange** /*byteRanges*/, TimeRange**& timeRanges) {
@@ -639,7 +642,7 @@ UVA_STATUS MediaBackendWrapper::PassOnSelection(const char* name, const char* un
         }
         (media.*selection)(entry->second);
         return UVA_STATUS_OK;
-    });
+    }, this, name);
 }
 
 // Events

@@ -16,6 +16,8 @@
 #include <functional>
 #include <utility>
 
+#include "TraceHooks.h"
+
 namespace Velmora {
 namespace Wrapper {
 
@@ -33,6 +35,7 @@ public:
         return [state, handler, owner](Args... args) {
             const Passage passage(state);
             if (passage.Admitted()) {
+                const Tracing::SlotTimer timer(owner, args...);
                 (owner->*handler)(static_cast<Args&&>(args)...);
             }
         };

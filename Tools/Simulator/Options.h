@@ -12,6 +12,7 @@ struct Options {
     int iterations = 1;
     std::uint32_t variant = 1;
     std::string library = VELMORA_LIBRARY_PATH;
+    std::string traceJson;  // where the session's trace goes; empty: no trace
     bool help = false;
 };
 
