@@ -7,6 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <algorithm>
+#include <iterator>
+#include <map>
 #include <set>
 
 #include "Utilities.h"
@@ -136,6 +139,38 @@ void AppendRecord(std::string& out, const Record& record, std::uint32_t process)
     }
 }
 
+// The threads that call into the library on their own. A call made from inside a slot (a browser
+// handler answering an event) runs on the media stack's thread and does not make it the browser's.
+std::set<std::uint32_t> BrowserThreads(const std::vector<Record>& records) {
+    std::map<std::uint32_t, std::vector<std::pair<std::uint64_t, std::uint64_t>>> slots;
+    for (const Record& record : records) {
+        if (record.kind == RecordKind::Event) {
+            slots[record.thread].emplace_back(record.startNs, record.startNs + record.durationNs);
+        }
+    }
+    for (auto& thread : slots) {
+        std::sort(thread.second.begin(), thread.second.end());
+    }
+    std::set<std::uint32_t> browser;
+    for (const Record& record : records) {
+        if (record.kind != RecordKind::Call || browser.count(record.thread) != 0) {
+            continue;
+        }
+        const auto& spans = slots[record.thread];
+        // Slots nest only a few deep, so the few that started last before the call are enough to look at.
+        auto candidate = std::upper_bound(spans.begin(), spans.end(), std::make_pair(record.startNs, ~std::uint64_t{0}));
+        bool inSlot = false;
+        for (int looked = 0; !inSlot && candidate != spans.begin() && looked < 8; ++looked) {
+            --candidate;
+            inSlot = candidate->second >= record.startNs + record.durationNs;
+        }
+        if (!inSlot) {
+            browser.insert(record.thread);
+        }
+    }
+    return browser;
+}
+
 bool WriteWhole(const std::string& path, const std::string& text, std::string& problem) {
     std::FILE* file = std::fopen(path.c_str(), "w");
     if (file == nullptr) {
@@ -159,16 +194,9 @@ std::string FormatTrace(const TraceContents& contents) {
     out += "{\"traceEvents\":[\n";
     out += "{\"name\":\"process_name\",\"ph\":\"M\",\"pid\":" + std::to_string(contents.process) +
            ",\"tid\":0,\"args\":{\"name\":\"velmora\"}}";
-    std::set<std::uint32_t> raising;
-    for (const Record& record : contents.records) {
-        if (record.kind == RecordKind::Event) {
-            raising.insert(record.thread);
-        }
-    }
-    // A thread that raised signals is the media stack's, even when a browser handler called back on it.
+    const std::set<std::uint32_t> browser = BrowserThreads(contents.records);
     for (const ThreadName& thread : contents.threads) {
-        const std::string label =
-            (raising.count(thread.thread) != 0 ? "media stack (" : "browser (") + thread.name + ")";
+        const std::string label = (browser.count(thread.thread) != 0 ? "browser (" : "media stack (") + thread.name + ")";
         out += ",\n{\"name\":\"thread_name\",\"ph\":\"M\",\"pid\":" + std::to_string(contents.process) +
                ",\"tid\":" + std::to_string(thread.thread) + ",\"args\":{\"name\":";
         AppendEscaped(out, label.c_str());

@@ -449,7 +449,7 @@ UVA_STATUS MediaBackendWrapper::queue(const char* url) {
         VELMORA_LOG(kLog, 2) << "queue : " << Utilities::TextOrEmpty(url);
         Media();
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 // Sources
@@ -476,7 +476,7 @@ UVA_STATUS MediaBackendWrapper::initBackend(const char* url, SourceDescription**
         }
         DeleteSources(sources);
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 // Unlike initBackend, any source type is passed on.
@@ -489,7 +489,7 @@ UVA_STATUS MediaBackendWrapper::attachSource(SourceDescription* source) {
         media.AttachSource(StreamingSourceOf(*source));
         delete source;
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 // Media Source data
@@ -501,7 +501,7 @@ UVA_STATUS MediaBackendWrapper::writeData(UVAEvent* event, unsigned int size, Wr
     return Guarded(policy, [&] {
         PassOnAnswer(Media(), answer.get(), size, status);
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 // Capabilities
@@ -518,7 +518,7 @@ UVA_STATUS MediaBackendWrapper::canPlayType(const char* type, const char** codec
         }
         VELMORA_LOG(kLog, 4) << kCannotPlayType;
         return AnswerOf(false);
-    });
+    }, this);
 }
 
 UVA_STATUS MediaBackendWrapper::canPlayURL(const char* url) {
@@ -527,7 +527,7 @@ UVA_STATUS MediaBackendWrapper::canPlayURL(const char* url) {
             throw GenericErrorException(kNullUrl);
         }
         return AnswerOf(Media().CanPlayURL(url));
-    });
+    }, this);
 }
 
 UVA_STATUS MediaBackendWrapper::getSupportedMimetypes(char**& types) {
@@ -546,7 +546,7 @@ UVA_STATUS MediaBackendWrapper::getSupportedMimetypes(char**& types) {
         }
         types[index] = nullptr;
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 void MediaBackendWrapper::GetDRMBackend(std::string keySystemId, IDrmBackend*& drmBackend) {
@@ -604,7 +604,7 @@ UVA_STATUS MediaBackendWrapper::getNativeSize(int& width, int& height, double& a
         height = nativeHeight;
         VELMORA_LOG(kLog, 2) << "getNativeSize; " << width << "; " << height << "; ";
         return StatusOf(answer);
-    });
+    }, this);
 }
 
 // Component selection

@@ -110,7 +110,7 @@ UVA_STATUS UvaWrapper::ReleaseBackend(UVABackend* backend) {
         VELMORA_LOG(kLog, 2) << kLog.prefix << "ReleaseBackend" << "...finished. Now uvaBackends.size(): "
                              << uvaBackends.size() << kLog.suffix;
         return UVA_STATUS_OK;
-    });
+    }, backend);
 }
 
 void UvaWrapper::FindMediaObject(UVABackend* backend, BackendList::iterator& position) {
@@ -152,7 +152,7 @@ UVA_STATUS UvaWrapper::ReleaseDrmBackend(UVADRMBackend* backend) {
         VELMORA_LOG(kLog, 2) << kLog.prefix << "ReleaseDrmBackend" << "...finished. Now uvaDrmBackends.size(): "
                              << uvaDrmBackends.size() << kLog.suffix;
         return UVA_STATUS_OK;
-    });
+    }, backend);
 }
 
 void UvaWrapper::FindDrmObject(UVADRMBackend* backend, DrmBackendList::iterator& position) {
