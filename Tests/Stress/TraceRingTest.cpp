@@ -4,12 +4,18 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <boost/make_shared.hpp>
+#include <cstdio>
 #include <cstdlib>
 #include <new>
 #include <thread>
 #include <vector>
 
+#include "CallGuard.h"
+#include "SlotGate.h"
 #include "TraceRing.h"
+#include "Velmora/BackendEvents.h"
+#include "Velmora/Trace.h"
 
 namespace {
 
@@ -91,5 +97,47 @@ TEST_P(TraceRingTest, KeepsTheNewestCountsTheRestAndNeverAllocates) {
 INSTANTIATE_TEST_SUITE_P(Cases, TraceRingTest,
                          ::testing::Values(WrapCase{4, 1, 0}, WrapCase{4, 1, 3}, WrapCase{4, 1, 4}, WrapCase{4, 1, 9},
                                            WrapCase{1, 1, 5}, WrapCase{1000, 4, 5000}));
+
+struct Listener {
+    std::atomic<int> heard{0};
+    void Hear(boost::shared_ptr<Velmora::BackendEvent> /*event*/) { ++heard; }
+};
+
+// Calls and slots on several threads record while the owner writes, restarts and stops the trace.
+TEST(TraceRecordingStressTest, RecordingRacesTheOwnersSwitches) {
+    using namespace Velmora;
+    const Wrapper::LogSite site(Wrapper::LogFileName{"Velmora::TraceStress", "Tests/Stress/TraceRingTest"}, __LINE__);
+    const Wrapper::CallPolicy policy{&site, "op", ""};
+    const std::string path = ::testing::TempDir() + "velmora-trace-stress.json";
+    ASSERT_TRUE(Trace::StartTrace(path, 256));
+    Listener listener;
+    Wrapper::SlotGate gate;
+    const auto slot = gate.Bind(&Listener::Hear, &listener);
+    const auto event = boost::make_shared<BackendEvent>(BackendEvent::PlaybackFinished);
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&] {
+            while (!stop.load()) {
+                Wrapper::Guarded(policy, [] { return UVA_STATUS_OK; });
+                slot(event);
+            }
+        });
+    }
+    for (int round = 0; round < 20; ++round) {
+        EXPECT_TRUE(Trace::WriteTrace());
+        if (round % 5 == 4) {
+            ASSERT_TRUE(Trace::StartTrace(path, 128));
+        }
+    }
+    Trace::StopTrace();
+    stop = true;
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    gate.Close();
+    EXPECT_GT(listener.heard.load(), 0);
+    std::remove(path.c_str());
+}
 
 }  // namespace
