@@ -309,8 +309,9 @@ using Tracing::TheRecorder;
 bool StartTrace(const std::string& path, std::size_t ringEntries, std::string* error) {
     try {
         if (ringEntries == 0 || ringEntries > kMaxRingEntries) {
-            return Tracing::Fail(error, "trace not started: the ring must hold 1 to " + std::to_string(kMaxRingEntries) +
-                                            " entries, not " + std::to_string(ringEntries));
+            return Tracing::Fail(error, "trace not started: the ring must hold 1 to " +
+                                            std::to_string(kMaxRingEntries) + " entries, not " +
+                                            std::to_string(ringEntries));
         }
         std::string problem;
         if (!path.empty() && !Tracing::WriteEmptyTrace(path, problem)) {
@@ -320,8 +321,8 @@ bool StartTrace(const std::string& path, std::size_t ringEntries, std::string* e
         try {
             ring.reset(new Tracing::TraceRing(ringEntries));
         } catch (const std::bad_alloc&) {
-            return Tracing::Fail(error, "trace not started: no memory for a ring of " + std::to_string(ringEntries) +
-                                            " entries");
+            return Tracing::Fail(
+                error, "trace not started: no memory for a ring of " + std::to_string(ringEntries) + " entries");
         }
         Tracing::Recorder& recorder = TheRecorder();
         const std::lock_guard<std::mutex> hold(recorder.control);
@@ -386,8 +387,8 @@ bool SetSlowCallThreshold(unsigned milliseconds, std::string* error) {
     Tracing::Recorder& recorder = TheRecorder();
     try {
         if (milliseconds > Tracing::kMaxSlowCallMilliseconds) {
-            return Tracing::Fail(error, "slow-call threshold not set: " + std::to_string(milliseconds) +
-                                            " ms is more than an hour");
+            return Tracing::Fail(
+                error, "slow-call threshold not set: " + std::to_string(milliseconds) + " ms is more than an hour");
         }
         const std::lock_guard<std::mutex> hold(recorder.control);
         recorder.explicitSlowNs.store(milliseconds * Tracing::kNsPerMs);

@@ -83,18 +83,30 @@ public:
 
 private:
     template <typename... Rest>
-    static SlotKind KindOf(const boost::shared_ptr<BackendEvent>&, const Rest&...) { return SlotKind::BackendEvent; }
+    static SlotKind KindOf(const boost::shared_ptr<BackendEvent>&, const Rest&...) {
+        return SlotKind::BackendEvent;
+    }
     template <typename... Rest>
-    static SlotKind KindOf(const boost::shared_ptr<DrmBackendEvent>&, const Rest&...) { return SlotKind::DrmEvent; }
+    static SlotKind KindOf(const boost::shared_ptr<DrmBackendEvent>&, const Rest&...) {
+        return SlotKind::DrmEvent;
+    }
     template <typename... Any>
-    static SlotKind KindOf(const Any&...) { return SlotKind::Request; }
+    static SlotKind KindOf(const Any&...) {
+        return SlotKind::Request;
+    }
 
     template <typename... Rest>
-    static int CodeOf(const boost::shared_ptr<BackendEvent>& event, const Rest&...) { return EventCode(event.get()); }
+    static int CodeOf(const boost::shared_ptr<BackendEvent>& event, const Rest&...) {
+        return EventCode(event.get());
+    }
     template <typename... Rest>
-    static int CodeOf(const boost::shared_ptr<DrmBackendEvent>& event, const Rest&...) { return EventCode(event.get()); }
+    static int CodeOf(const boost::shared_ptr<DrmBackendEvent>& event, const Rest&...) {
+        return EventCode(event.get());
+    }
     template <typename... Any>
-    static int CodeOf(const Any&...) { return -1; }
+    static int CodeOf(const Any&...) {
+        return -1;
+    }
     static int EventCode(const BackendEvent* event) noexcept;
     static int EventCode(const DrmBackendEvent* event) noexcept;
 

@@ -40,7 +40,8 @@ std::string ParseTraceSettings(const std::string& text, TraceSettings& settings)
             // Out-of-range sizes are refused, with their range, when the trace starts.
             settings.ringEntries = value > Trace::kMaxRingEntries ? Trace::kMaxRingEntries + 1 : value;
         } else if (key == "slow") {
-            const std::string problem = ParseSlowCallMilliseconds(item.substr(equals + 1), settings.slowCallMilliseconds);
+            const std::string problem =
+                ParseSlowCallMilliseconds(item.substr(equals + 1), settings.slowCallMilliseconds);
             if (!problem.empty()) {
                 return variable + problem;
             }

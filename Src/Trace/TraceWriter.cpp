@@ -2,12 +2,12 @@
 
 #include <cxxabi.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <algorithm>
 #include <iterator>
 #include <map>
 #include <set>
@@ -158,7 +158,8 @@ std::set<std::uint32_t> BrowserThreads(const std::vector<Record>& records) {
         }
         const auto& spans = slots[record.thread];
         // Slots nest only a few deep, so the few that started last before the call are enough to look at.
-        auto candidate = std::upper_bound(spans.begin(), spans.end(), std::make_pair(record.startNs, ~std::uint64_t{0}));
+        auto candidate =
+            std::upper_bound(spans.begin(), spans.end(), std::make_pair(record.startNs, ~std::uint64_t{0}));
         bool inSlot = false;
         for (int looked = 0; !inSlot && candidate != spans.begin() && looked < 8; ++looked) {
             --candidate;
@@ -196,7 +197,8 @@ std::string FormatTrace(const TraceContents& contents) {
            ",\"tid\":0,\"args\":{\"name\":\"velmora\"}}";
     const std::set<std::uint32_t> browser = BrowserThreads(contents.records);
     for (const ThreadName& thread : contents.threads) {
-        const std::string label = (browser.count(thread.thread) != 0 ? "browser (" : "media stack (") + thread.name + ")";
+        const std::string label =
+            (browser.count(thread.thread) != 0 ? "browser (" : "media stack (") + thread.name + ")";
         out += ",\n{\"name\":\"thread_name\",\"ph\":\"M\",\"pid\":" + std::to_string(contents.process) +
                ",\"tid\":" + std::to_string(thread.thread) + ",\"args\":{\"name\":";
         AppendEscaped(out, label.c_str());

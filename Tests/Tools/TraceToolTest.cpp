@@ -47,8 +47,8 @@ class TraceToolTest : public ::testing::Test {
 protected:
     // One session for the whole suite.
     static void SetUpTestSuite() {
-        const std::string command = std::string(VELMORA_SIMULATOR_COMMAND) + " --trace-json " + TracePath() + " > " +
-                                    TimelinePath();
+        const std::string command =
+            std::string(VELMORA_SIMULATOR_COMMAND) + " --trace-json " + TracePath() + " > " + TimelinePath();
         ASSERT_EQ(std::system(command.c_str()), 0) << Read(TimelinePath());
     }
     static std::string TracePath() { return ::testing::TempDir() + "velmora-session-trace.json"; }
@@ -122,16 +122,17 @@ TEST_F(TraceToolTest, FilesThatAreNoTraceOfTheLibraryAreRefusedWithTheirReason) 
         const char* message;
     };
     const std::string path = ::testing::TempDir() + "velmora-bad-trace.json";
-    for (const Case& c : {Case{whole.substr(0, whole.size() / 2), "unexpected end of file (truncated?)"},
-                          Case{"", "unexpected end of file"},
-                          Case{"{\"traceEvents\":[{\"name\":\"x\",\"ph\":\"X\",\"ts\":1,\"tid\":1,\"dur\":1}]}",
-                               "not a Velmora trace"},
-                          Case{"[1, 2, 3]", "no \"traceEvents\" array"},
-                          Case{"\x7f" "ELF\x01\x02", "not a JSON value at byte 0"},
-                          Case{std::string(100000, '['), "nested too deeply"},
-                          Case{"{\"a\":\"\\u12\"}", "bad \\u escape"},
-                          Case{"{\"traceEvents\":[{\"ph\":\"X\"}],\"otherData\":{\"producer\":\"velmora\"}}",
-                               "without a numeric \"ts\""}}) {
+    for (const Case& c :
+         {Case{whole.substr(0, whole.size() / 2), "unexpected end of file (truncated?)"},
+          Case{"", "unexpected end of file"},
+          Case{"{\"traceEvents\":[{\"name\":\"x\",\"ph\":\"X\",\"ts\":1,\"tid\":1,\"dur\":1}]}", "not a Velmora trace"},
+          Case{"[1, 2, 3]", "no \"traceEvents\" array"},
+          Case{"\x7f"
+               "ELF\x01\x02",
+               "not a JSON value at byte 0"},
+          Case{std::string(100000, '['), "nested too deeply"}, Case{"{\"a\":\"\\u12\"}", "bad \\u escape"},
+          Case{"{\"traceEvents\":[{\"ph\":\"X\"}],\"otherData\":{\"producer\":\"velmora\"}}",
+               "without a numeric \"ts\""}}) {
         Write(path, c.contents);
         std::ostringstream out;
         std::ostringstream err;

@@ -69,8 +69,10 @@ protected:
 
 TEST_F(TraceRecorderTest, CallsFailuresAndSlotsReachTheFileWithTheirThread) {
     ASSERT_TRUE(Trace::StartTrace("", 64));
-    Guarded(kPolicy, [] { return UVA_STATUS_OK; }, &backend, "fine");
-    Guarded(kPolicy, []() -> UVA_STATUS { throw GenericErrorException("boom"); }, &backend, "broken");
+    Guarded(
+        kPolicy, [] { return UVA_STATUS_OK; }, &backend, "fine");
+    Guarded(
+        kPolicy, []() -> UVA_STATUS { throw GenericErrorException("boom"); }, &backend, "broken");
     Listener listener;
     SlotGate gate;
     gate.Bind(&Listener::Hear, &listener)(boost::make_shared<BackendEvent>(BackendEvent::SeekCompleted));
@@ -95,10 +97,13 @@ TEST_F(TraceRecorderTest, TheWatchdogLogsASlowCallOncePerOperationAndBackEnd) {
     int otherBackend = 0;
     for (const void* on : {static_cast<const void*>(&backend), static_cast<const void*>(&backend),
                            static_cast<const void*>(&otherBackend)}) {
-        Guarded(kPolicy, [] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(3));
-            return UVA_STATUS_OK;
-        }, on, "sluggish");
+        Guarded(
+            kPolicy,
+            [] {
+                std::this_thread::sleep_for(std::chrono::milliseconds(3));
+                return UVA_STATUS_OK;
+            },
+            on, "sluggish");
     }
     const auto lines = log.Records("Velmora::TraceTest");
     ASSERT_EQ(lines.size(), 2u);
@@ -139,11 +144,11 @@ TEST(TraceSettingsTest, TheVariableIsReadOrRefusedWithItsReason) {
         std::size_t ring;
         unsigned slow;
     };
-    for (const Case& c : {Case{"t.json", "", Trace::kDefaultRingEntries, 0}, Case{"t.json,ring=10,slow=5", "", 10, 5},
-                          Case{"t.json,ring=99999999999", "", Trace::kMaxRingEntries + 1, 0},
-                          Case{",ring=10", "no path", 0, 0}, Case{"t.json,ring=ten", "not \"ring=ten\"", 0, 0},
-                          Case{"t.json,depth=3", "unknown setting \"depth\"", 0, 0},
-                          Case{"t.json,slow=0", "1 to 3600000 milliseconds", 0, 0}}) {
+    for (const Case& c :
+         {Case{"t.json", "", Trace::kDefaultRingEntries, 0}, Case{"t.json,ring=10,slow=5", "", 10, 5},
+          Case{"t.json,ring=99999999999", "", Trace::kMaxRingEntries + 1, 0}, Case{",ring=10", "no path", 0, 0},
+          Case{"t.json,ring=ten", "not \"ring=ten\"", 0, 0}, Case{"t.json,depth=3", "unknown setting \"depth\"", 0, 0},
+          Case{"t.json,slow=0", "1 to 3600000 milliseconds", 0, 0}}) {
         Tracing::TraceSettings settings;
         const std::string problem = Tracing::ParseTraceSettings(c.text, settings);
         if (*c.problem == '\0') {

@@ -87,8 +87,8 @@ int main(int argc, char** argv) {
     });
 
     std::string traceError;
-    if (!options.traceJson.empty() && !Velmora::Trace::StartTrace(options.traceJson, Velmora::Trace::kDefaultRingEntries,
-                                                                   &traceError)) {
+    if (!options.traceJson.empty() &&
+        !Velmora::Trace::StartTrace(options.traceJson, Velmora::Trace::kDefaultRingEntries, &traceError)) {
         std::fprintf(stderr, "%s\n", traceError.c_str());
         return 2;
     }
