@@ -148,12 +148,17 @@ struct Recorder {
         }
     }
 
-    std::uint64_t Since() noexcept { return NowNs() - originNs.load(std::memory_order_relaxed); }
+    // A call that began before the trace (re)started counts from the start.
+    std::uint64_t Since(std::uint64_t ns) noexcept {
+        const std::uint64_t origin = originNs.load(std::memory_order_relaxed);
+        return ns > origin ? ns - origin : 0;
+    }
 };
 
+// Never destroyed: a media-stack thread may still record while the process exits.
 Recorder& TheRecorder() {
-    static Recorder recorder;
-    return recorder;
+    static Recorder* const recorder = new Recorder;
+    return *recorder;
 }
 
 thread_local CallTimer* currentCall = nullptr;
@@ -198,7 +203,7 @@ CallTimer::~CallTimer() {
     record.slow = slow;
     record.status = status_;
     record.thread = ThisThread();
-    record.startNs = startNs_ - recorder.originNs.load(std::memory_order_relaxed);
+    record.startNs = recorder.Since(startNs_);
     record.durationNs = durationNs;
     record.backend = backend_;
     record.name = operation_;
@@ -215,7 +220,7 @@ void NoteFailure(int errorType, const char* text) noexcept {
     record.kind = RecordKind::Failure;
     record.code = errorType;
     record.thread = ThisThread();
-    record.startNs = recorder.Since();
+    record.startNs = recorder.Since(NowNs());
     if (currentCall != nullptr) {
         record.name = currentCall->Operation();
     }
@@ -244,7 +249,7 @@ void SlotTimer::End() noexcept {
     record.slot = kind_;
     record.code = code_;
     record.thread = ThisThread();
-    record.startNs = startNs_ - recorder.originNs.load(std::memory_order_relaxed);
+    record.startNs = recorder.Since(startNs_);
     record.durationNs = NowNs() - startNs_;
     record.backend = owner_;
     record.context = ownerType_;

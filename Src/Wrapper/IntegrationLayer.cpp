@@ -6,7 +6,7 @@
 namespace Velmora {
 namespace Wrapper {
 
-IntegrationLayer::IntegrationLayer(IUva* uva) : registry((Tracing::LibraryStarted(), new UvaWrapper(uva))) {}
+IntegrationLayer::IntegrationLayer(IUva* uva) : registry(new UvaWrapper(uva)) { Tracing::LibraryStarted(); }
 
 IntegrationLayer::~IntegrationLayer() {
     registry.reset();
