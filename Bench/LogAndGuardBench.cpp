@@ -1,10 +1,12 @@
 // What a trace statement costs when its level is off, and what the call guard adds to a call that
-// succeeds: the two things every browser call pays.
+// succeeds: the two things every browser call pays. Beside them, the same call without any guard, and
+// with the session trace recording.
 
 #include <benchmark/benchmark.h>
 
 #include "CallGuard.h"
 #include "Log.h"
+#include "Velmora/Trace.h"
 
 namespace {
 
@@ -36,5 +38,31 @@ void GuardedSuccessfulCall(benchmark::State& state) {
     }
 }
 BENCHMARK(GuardedSuccessfulCall);
+
+// The floor: the body alone. GuardedSuccessfulCall minus this is the guard with the trace off.
+void PlainCall(benchmark::State& state) {
+    int calls = 0;
+    const auto body = [&] {
+        benchmark::DoNotOptimize(++calls);
+        return UVA_STATUS_OK;
+    };
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(body());
+    }
+}
+BENCHMARK(PlainCall);
+
+void GuardedCallWhileTracing(benchmark::State& state) {
+    Velmora::Trace::StartTrace("", 4096);
+    int calls = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(Guarded(kPolicy, [&] {
+            benchmark::DoNotOptimize(++calls);
+            return UVA_STATUS_OK;
+        }));
+    }
+    Velmora::Trace::StopTrace();
+}
+BENCHMARK(GuardedCallWhileTracing);
 
 }  // namespace

@@ -329,16 +329,19 @@ IMediaBackend& MediaBackendWrapper::Media() const {
 }
 
 template <typename Call>
-UVA_STATUS MediaBackendWrapper::Forward(const CallPolicy& policy, Call&& call) {
-    return Guarded(policy, [&] {
-        IMediaBackend& media = Media();
-        if constexpr (std::is_void<decltype(call(media))>::value) {
-            call(media);
-            return UVA_STATUS_OK;
-        } else {
-            return StatusOf(call(media));
-        }
-    });
+UVA_STATUS MediaBackendWrapper::Forward(const CallPolicy& policy, Call&& call, const char* operation) {
+    return Guarded(
+        policy,
+        [&] {
+            IMediaBackend& media = Media();
+            if constexpr (std::is_void<decltype(call(media))>::value) {
+                call(media);
+                return UVA_STATUS_OK;
+            } else {
+                return StatusOf(call(media));
+            }
+        },
+        this, operation);
 }
 
 // The forwarding family: cast, convert, call, answer.
@@ -452,7 +455,7 @@ UVA_STATUS MediaBackendWrapper::queue(const char* url) {
         VELMORA_LOG(kLog, 2) << "queue : " << Utilities::TextOrEmpty(url);
         Media();
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 // Sources
@@ -479,7 +482,7 @@ UVA_STATUS MediaBackendWrapper::initBackend(const char* url, SourceDescription**
         }
         DeleteSources(sources);
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 // Unlike initBackend, any source type is passed on.
@@ -492,7 +495,7 @@ UVA_STATUS MediaBackendWrapper::attachSource(SourceDescription* source) {
         media.AttachSource(StreamingSourceOf(*source));
         delete source;
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 // Media Source data
@@ -504,7 +507,7 @@ UVA_STATUS MediaBackendWrapper::writeData(UVAEvent* event, unsigned int size, Wr
     return Guarded(policy, [&] {
         PassOnAnswer(Media(), answer.get(), size, status);
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 // Capabilities
@@ -521,7 +524,7 @@ UVA_STATUS MediaBackendWrapper::canPlayType(const char* type, const char** codec
         }
         VELMORA_LOG(kLog, 4) << kCannotPlayType;
         return AnswerOf(false);
-    });
+    }, this);
 }
 
 UVA_STATUS MediaBackendWrapper::canPlayURL(const char* url) {
@@ -530,7 +533,7 @@ UVA_STATUS MediaBackendWrapper::canPlayURL(const char* url) {
             throw GenericErrorException(kNullUrl);
         }
         return AnswerOf(Media().CanPlayURL(url));
-    });
+    }, this);
 }
 
 UVA_STATUS MediaBackendWrapper::getSupportedMimetypes(char**& types) {
@@ -549,7 +552,7 @@ UVA_STATUS MediaBackendWrapper::getSupportedMimetypes(char**& types) {
         }
         types[index] = nullptr;
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 void MediaBackendWrapper::GetDRMBackend(std::string keySystemId, IDrmBackend*& drmBackend) {
@@ -587,7 +590,7 @@ UVA_STATUS MediaBackendWrapper::ReportTimeRanges(const char* name, TimeRangeQuer
                 new TimeRange{static_cast<double>(ranges[index].start), static_cast<double>(ranges[index].end)};
         }
         return StatusOf(answer);
-    });
+    }, this, name);
 }
 
 UVA_STATUS MediaBackendWrapper::getBufferedTimeRanges(ByteRange** /*byteRanges*/, TimeRange**& timeRanges) {
@@ -607,7 +610,7 @@ UVA_STATUS MediaBackendWrapper::getNativeSize(int& width, int& height, double& a
         height = nativeHeight;
         VELMORA_LOG(kLog, 2) << "getNativeSize; " << width << "; " << height << "; ";
         return StatusOf(answer);
-    });
+    }, this);
 }
 
 // Component selection
@@ -645,7 +648,7 @@ UVA_STATUS MediaBackendWrapper::PassOnSelection(const char* name, const char* un
         }
         (media.*selection)(entry->second);
         return UVA_STATUS_OK;
-    });
+    }, this, name);
 }
 
 // Events
