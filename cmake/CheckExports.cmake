@@ -11,7 +11,9 @@ set(required UVA_RequestBackend UVA_ReleaseBackend UVADRM_RequestBackend UVADRM_
     # A media stack built as its own library derives from the interfaces and catches the exceptions.
     "typeinfo for Velmora::IMediaBackend" "typeinfo for Velmora::ExceptionBase"
     "vtable for Velmora::GenericErrorException" "typeinfo for Velmora::BackendEvent"
-    "Velmora::Wrapper::IntegrationLayer::IntegrationLayer(Velmora::IUva*)")
+    "Velmora::Wrapper::IntegrationLayer::IntegrationLayer(Velmora::IUva*)"
+    # The owner's switch for the session trace (Velmora/Trace.h).
+    "Velmora::Trace::StopTrace()")
 set(unexpected "")
 foreach(line IN LISTS lines)
     if(NOT line MATCHES "^[0-9a-fA-F]+ [A-Za-z] (.+)$")

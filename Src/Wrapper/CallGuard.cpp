@@ -30,14 +30,17 @@ UVA_STATUS ReportCurrentException(const CallPolicy& policy, bool mapErrorType) n
             throw;
         } catch (const ExceptionBase& failure) {
             const int errorType = failure.GetErrorType();
+            Tracing::NoteFailure(errorType, failure.What());
             VELMORA_LOG_QUIET(site, policy.exceptionBaseLevel)
                 << "Exception type " << errorType << ": " << failure.What();
             if (mapErrorType) {
                 status = StatusForErrorType(site, errorType);
             }
         } catch (const std::exception& failure) {
+            Tracing::NoteFailure(-1, failure.what());
             VELMORA_LOG_QUIET(site, 5) << policy.name << policy.failureSentence << failure.what();
         } catch (...) {
+            Tracing::NoteFailure(-1, policy.unknownText);
             VELMORA_LOG_QUIET(site, 5) << policy.unknownText;
         }
     } catch (...) {
@@ -46,7 +49,10 @@ UVA_STATUS ReportCurrentException(const CallPolicy& policy, bool mapErrorType) n
     return status;
 }
 
-void ReportTeardownFailure(const LogSite& site, const char* text) noexcept { VELMORA_LOG_QUIET(site, 5) << text; }
+void ReportTeardownFailure(const LogSite& site, const char* text) noexcept {
+    Tracing::NoteFailure(-1, text);
+    VELMORA_LOG_QUIET(site, 5) << text;
+}
 
 }  // namespace Wrapper
 }  // namespace Velmora

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Log.h"
+#include "TraceHooks.h"
 #include "Uva/UVAStatus.h"
 
 namespace Velmora {
@@ -35,7 +36,8 @@ inline UVA_STATUS StatusOf(bool answer) { return answer ? UVA_STATUS_OK : UVA_ST
 // Logs the exception being handled and returns its status. Call only from inside a catch block.
 UVA_STATUS ReportCurrentException(const CallPolicy& policy, bool mapErrorType) noexcept;
 
-// For operations answering a UVA_STATUS, or nothing.
+namespace Unwatched {
+
 template <typename Body>
 auto Guarded(const CallPolicy& policy, Body&& body) noexcept -> decltype(body()) {
     using Result = decltype(body());
@@ -52,7 +54,6 @@ auto Guarded(const CallPolicy& policy, Body&& body) noexcept -> decltype(body())
     }
 }
 
-// For operations answering a pointer or a text: `failure` on every failure.
 template <typename Result, typename Body>
 Result Guarded(const CallPolicy& policy, Result failure, Body&& body) noexcept {
     try {
@@ -61,6 +62,39 @@ Result Guarded(const CallPolicy& policy, Result failure, Body&& body) noexcept {
         ReportCurrentException(policy, false);
         return failure;
     }
+}
+
+}  // namespace Unwatched
+
+// The guard, timed for the session trace and the slow-call watchdog while either is on. `backend` and
+// `operation` name the call there; the operation defaults to the calling function's own name.
+
+// For operations answering a UVA_STATUS, or nothing.
+template <typename Body>
+auto Guarded(const CallPolicy& policy, Body&& body, const void* backend = nullptr,
+             const char* operation = __builtin_FUNCTION()) noexcept -> decltype(body()) {
+    if (Tracing::Armed()) {
+        Tracing::CallTimer timer(*policy.site, operation, backend);
+        if constexpr (std::is_void<decltype(body())>::value) {
+            Unwatched::Guarded(policy, std::forward<Body>(body));
+            return;
+        } else {
+            return timer.Returns(Unwatched::Guarded(policy, std::forward<Body>(body)));
+        }
+    }
+    return Unwatched::Guarded(policy, std::forward<Body>(body));
+}
+
+// For operations answering a pointer or a text: `failure` on every failure.
+template <typename Result, typename Body>
+auto Guarded(const CallPolicy& policy, Result failure, Body&& body, const void* backend = nullptr,
+             const char* operation = __builtin_FUNCTION()) noexcept
+    -> std::enable_if_t<std::is_invocable<Body&&>::value, Result> {
+    if (Tracing::Armed()) {
+        Tracing::CallTimer timer(*policy.site, operation, backend);
+        return timer.Returns(Unwatched::Guarded(policy, failure, std::forward<Body>(body)), failure);
+    }
+    return Unwatched::Guarded(policy, failure, std::forward<Body>(body));
 }
 
 // For teardown steps that must not fail: any failure is logged as `text` alone, at level 5, and swallowed.

@@ -162,7 +162,7 @@ const char* DrmBackendWrapper::getId() const {
         VELMORA_LOG(kLog, 2) << Entry{"getId", impl};
         // The back-end keeps its identifier alive; the browser reads these characters in place.
         return Drm().GetId().c_str();
-    });
+    }, this);
 }
 
 const char* DrmBackendWrapper::getOIPFId() const {
@@ -171,7 +171,7 @@ const char* DrmBackendWrapper::getOIPFId() const {
         const char* id = Drm().GetOIPFId().c_str();
         VELMORA_LOG(kLog, 2) << "getOIPFId" << "Received " << id << " from impl.";
         return id;
-    });
+    }, this);
 }
 
 UVA_STATUS DrmBackendWrapper::generateKeyRequest(const unsigned char* init_data, unsigned int init_data_size) {
@@ -181,7 +181,7 @@ UVA_STATUS DrmBackendWrapper::generateKeyRequest(const unsigned char* init_data,
                              << " Value of init_data_size is : " << init_data_size;
         return StatusOf(Drm().GenerateKeyRequest(Utilities::CopyToSharedBytes(init_data, init_data_size),
                                                  init_data_size));
-    });
+    }, this);
 }
 
 UVA_STATUS DrmBackendWrapper::addKey(const unsigned char* key, unsigned int key_size, const unsigned char* init_data,
@@ -196,21 +196,21 @@ UVA_STATUS DrmBackendWrapper::addKey(const unsigned char* key, unsigned int key_
         const boost::shared_ptr<unsigned char> initDataCopy = Utilities::CopyToSharedBytes(init_data, init_data_size);
         return StatusOf(Drm().AddKey(keyCopy, key_size, initDataCopy, init_data_size,
                                      Utilities::TextOrEmpty(session_id)));
-    });
+    }, this);
 }
 
 UVA_STATUS DrmBackendWrapper::cancelKeyRequest(const char* session_id) {
     return Guarded(DrmCall("cancelKeyRequest"), [&] {
         VELMORA_LOG(kLog, 2) << Entry{"cancelKeyRequest", impl};
         return StatusOf(Drm().CancelKeyRequest(Utilities::TextOrEmpty(session_id)));
-    });
+    }, this);
 }
 
 UVA_STATUS DrmBackendWrapper::getKeyReleases() {
     return Guarded(DrmCall("getKeyReleases"), [&] {
         VELMORA_LOG(kLog, 2) << Entry{"getKeyReleases", impl};
         return StatusOf(Drm().GetKeyReleases());
-    });
+    }, this);
 }
 
 UVA_STATUS DrmBackendWrapper::addKeyReleaseCommit(const unsigned char* data, unsigned int size,
@@ -219,7 +219,7 @@ UVA_STATUS DrmBackendWrapper::addKeyReleaseCommit(const unsigned char* data, uns
         VELMORA_LOG(kLog, 2) << Entry{"addKeyReleaseCommit", impl};
         const boost::shared_ptr<unsigned char> dataCopy = Utilities::CopyToSharedBytes(data, size);
         return StatusOf(Drm().AddKeyReleaseCommit(dataCopy, size, Utilities::TextOrEmpty(session_id)));
-    });
+    }, this);
 }
 
 UVA_STATUS DrmBackendWrapper::sendDRMMessage(const char* msg_type, const char* msg, char*& result) {
@@ -238,7 +238,7 @@ UVA_STATUS DrmBackendWrapper::sendDRMMessage(const char* msg_type, const char* m
         }
         std::strcpy(result, sessionId.c_str());
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 // The media stack decrypts by itself: the browser gets no decrypters. These answer without a guard, so

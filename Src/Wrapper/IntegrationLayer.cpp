@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "TraceHooks.h"
 #include "UvaWrapper.h"
 
 namespace Velmora {
@@ -19,9 +20,12 @@ boost::shared_ptr<UvaWrapper> MakeRegistry(IUva* uva) {
 
 }  // namespace
 
-IntegrationLayer::IntegrationLayer(IUva* uva) : registry(MakeRegistry(uva)) {}
+IntegrationLayer::IntegrationLayer(IUva* uva) : registry(MakeRegistry(uva)) { Tracing::LibraryStarted(); }
 
-IntegrationLayer::~IntegrationLayer() = default;
+IntegrationLayer::~IntegrationLayer() {
+    registry.reset();
+    Tracing::LibraryStopped();
+}
 
 IUva* IntegrationLayer::GetUvaImpl() { return registry->GetUvaImpl(); }
 

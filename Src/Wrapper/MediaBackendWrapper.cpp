@@ -331,16 +331,19 @@ IMediaBackend& MediaBackendWrapper::Media() const {
 }
 
 template <typename Call>
-UVA_STATUS MediaBackendWrapper::Forward(const CallPolicy& policy, Call&& call) {
-    return Guarded(policy, [&] {
-        IMediaBackend& media = Media();
-        if constexpr (std::is_void<decltype(call(media))>::value) {
-            call(media);
-            return UVA_STATUS_OK;
-        } else {
-            return StatusOf(call(media));
-        }
-    });
+UVA_STATUS MediaBackendWrapper::Forward(const CallPolicy& policy, Call&& call, const char* operation) {
+    return Guarded(
+        policy,
+        [&] {
+            IMediaBackend& media = Media();
+            if constexpr (std::is_void<decltype(call(media))>::value) {
+                call(media);
+                return UVA_STATUS_OK;
+            } else {
+                return StatusOf(call(media));
+            }
+        },
+        this, operation);
 }
 
 // The forwarding family: cast, convert, call, answer.
@@ -454,7 +457,7 @@ UVA_STATUS MediaBackendWrapper::queue(const char* url) {
         VELMORA_LOG(kLog, 2) << "queue : " << Utilities::TextOrEmpty(url);
         Media();
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 // Sources
@@ -481,7 +484,7 @@ UVA_STATUS MediaBackendWrapper::initBackend(const char* url, SourceDescription**
         }
         DeleteSources(sources);
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 // Unlike initBackend, any source type is passed on.
@@ -494,7 +497,7 @@ UVA_STATUS MediaBackendWrapper::attachSource(SourceDescription* source) {
         media.AttachSource(StreamingSourceOf(*source));
         delete source;
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 // Media Source data
@@ -506,7 +509,7 @@ UVA_STATUS MediaBackendWrapper::writeData(UVAEvent* event, unsigned int size, Wr
     return Guarded(policy, [&] {
         PassOnAnswer(Media(), answer.get(), size, status);
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 // Capabilities
@@ -523,7 +526,7 @@ UVA_STATUS MediaBackendWrapper::canPlayType(const char* type, const char** codec
         }
         VELMORA_LOG(kLog, 4) << kCannotPlayType;
         return AnswerOf(false);
-    });
+    }, this);
 }
 
 UVA_STATUS MediaBackendWrapper::canPlayURL(const char* url) {
@@ -532,7 +535,7 @@ UVA_STATUS MediaBackendWrapper::canPlayURL(const char* url) {
             throw GenericErrorException(kNullUrl);
         }
         return AnswerOf(Media().CanPlayURL(url));
-    });
+    }, this);
 }
 
 UVA_STATUS MediaBackendWrapper::getSupportedMimetypes(char**& types) {
@@ -551,7 +554,7 @@ UVA_STATUS MediaBackendWrapper::getSupportedMimetypes(char**& types) {
         }
         types[index] = nullptr;
         return UVA_STATUS_OK;
-    });
+    }, this);
 }
 
 void MediaBackendWrapper::GetDRMBackend(std::string keySystemId, IDrmBackend*& drmBackend) {
@@ -589,7 +592,7 @@ UVA_STATUS MediaBackendWrapper::ReportTimeRanges(const char* name, TimeRangeQuer
                 new TimeRange{static_cast<double>(ranges[index].start), static_cast<double>(ranges[index].end)};
         }
         return StatusOf(answer);
-    });
+    }, this, name);
 }
 
 UVA_STATUS MediaBackendWrapper::getBufferedTimeRanges(ByteRange** /*byteRanges*/, TimeRange**& timeRanges) {
@@ -609,7 +612,7 @@ UVA_STATUS MediaBackendWrapper::getNativeSize(int& width, int& height, double& a
         height = nativeHeight;
         VELMORA_LOG(kLog, 2) << "getNativeSize; " << width << "; " << height << "; ";
         return StatusOf(answer);
-    });
+    }, this);
 }
 
 // Component selection
@@ -647,7 +650,7 @@ UVA_STATUS MediaBackendWrapper::PassOnSelection(const char* name, const char* un
         }
         (media.*selection)(entry->second);
         return UVA_STATUS_OK;
-    });
+    }, this, name);
 }
 
 // Events

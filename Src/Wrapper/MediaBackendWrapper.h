@@ -82,7 +82,7 @@ private:
 
     // The guard around one call into the media stack: a call answering nothing gives 1, a bool its status.
     template <typename Call>
-    UVA_STATUS Forward(const CallPolicy& policy, Call&& call);
+    UVA_STATUS Forward(const CallPolicy& policy, Call&& call, const char* operation = __builtin_FUNCTION());
 
     using TimeRangeQuery = bool (IMediaBackend::*)(std::vector<IBackend::ByteRange>&,
                                                    std::vector<IBackend::TimeRange>&);

@@ -15,6 +15,8 @@
 #include <boost/shared_ptr.hpp>
 #include <utility>
 
+#include "TraceHooks.h"
+
 namespace Velmora {
 namespace Wrapper {
 
@@ -32,6 +34,7 @@ public:
         return [state, handler, owner](Args... args) {
             const Passage passage(state);
             if (passage.Admitted()) {
+                const Tracing::SlotTimer timer(owner, args...);
                 (owner->*handler)(static_cast<Args&&>(args)...);
             }
         };

@@ -112,7 +112,7 @@ UVA_STATUS UvaWrapper::ReleaseBackend(UVABackend* backend) {
         VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "ReleaseBackend" << "...finished. Now uvaBackends.size(): "
                                    << uvaBackends.size() << kLog.suffix;
         return UVA_STATUS_OK;
-    });
+    }, backend);
 }
 
 void UvaWrapper::FindMediaObject(UVABackend* backend, BackendList::iterator& position) {
@@ -155,7 +155,7 @@ UVA_STATUS UvaWrapper::ReleaseDrmBackend(UVADRMBackend* backend) {
         VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "ReleaseDrmBackend" << "...finished. Now uvaDrmBackends.size(): "
                                    << uvaDrmBackends.size() << kLog.suffix;
         return UVA_STATUS_OK;
-    });
+    }, backend);
 }
 
 void UvaWrapper::FindDrmObject(UVADRMBackend* backend, DrmBackendList::iterator& position) {

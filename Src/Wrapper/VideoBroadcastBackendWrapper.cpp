@@ -182,26 +182,32 @@ IVideoBroadcastBackend& VideoBroadcastBackendWrapper::Broadcast() const {
 }
 
 template <typename Call>
-UVA_STATUS VideoBroadcastBackendWrapper::Forward(const CallPolicy& policy, Call&& call) const {
-    return Guarded(policy, [&] {
-        IVideoBroadcastBackend& backend = Broadcast();
-        if constexpr (std::is_same<decltype(call(backend)), bool>::value) {
-            return StatusOf(call(backend));
-        } else {
-            call(backend);
-            return UVA_STATUS_OK;
-        }
-    });
+UVA_STATUS VideoBroadcastBackendWrapper::Forward(const CallPolicy& policy, Call&& call, const char* operation) const {
+    return Guarded(
+        policy,
+        [&] {
+            IVideoBroadcastBackend& backend = Broadcast();
+            if constexpr (std::is_same<decltype(call(backend)), bool>::value) {
+                return StatusOf(call(backend));
+            } else {
+                call(backend);
+                return UVA_STATUS_OK;
+            }
+        },
+        this, operation);
 }
 
 template <typename Value, typename BrowserValue>
 UVA_STATUS VideoBroadcastBackendWrapper::Read(const CallPolicy& policy, void (IVideoBroadcastBackend::*read)(Value&),
-                                              BrowserValue& out) const {
-    return Forward(policy, [&](IVideoBroadcastBackend& backend) {
-        Value value{};
-        (backend.*read)(value);
-        out = static_cast<BrowserValue>(value);
-    });
+                                              BrowserValue& out, const char* operation) const {
+    return Forward(
+        policy,
+        [&](IVideoBroadcastBackend& backend) {
+            Value value{};
+            (backend.*read)(value);
+            out = static_cast<BrowserValue>(value);
+        },
+        operation);
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::initBackend(const char* id) {
@@ -363,7 +369,7 @@ UVA_STATUS VideoBroadcastBackendWrapper::ChangeSelection(const char* name, const
         }
         apply(backend, entry->second);
         return UVA_STATUS_OK;
-    });
+    }, this, name);
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::selectComponent(AVComponent* component) {

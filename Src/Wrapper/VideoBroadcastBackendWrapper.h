@@ -76,12 +76,12 @@ private:
     // Runs `call` on the back-end inside the guard. A call answering a bool gives its status (1 or 0),
     // any other call gives 1 when it returns.
     template <typename Call>
-    UVA_STATUS Forward(const CallPolicy& policy, Call&& call) const;
+    UVA_STATUS Forward(const CallPolicy& policy, Call&& call, const char* operation = __builtin_FUNCTION()) const;
 
     // Reads one value from the back-end into the browser's out-parameter, converted to the browser's type.
     template <typename Value, typename BrowserValue>
-    UVA_STATUS Read(const CallPolicy& policy, void (IVideoBroadcastBackend::*read)(Value&),
-                    BrowserValue& out) const;
+    UVA_STATUS Read(const CallPolicy& policy, void (IVideoBroadcastBackend::*read)(Value&), BrowserValue& out,
+                    const char* operation = __builtin_FUNCTION()) const;
 
     // Maps the browser's component back to the media stack's and hands it to `apply`, unless the
     // component is unknown or inactive; `refusal` words the unknown case.

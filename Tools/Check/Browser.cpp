@@ -31,6 +31,7 @@ constexpr std::int32_t kStreamMs = 3000;  // long enough for a few data requests
 constexpr auto kStreamDeadline = std::chrono::seconds(5);
 constexpr auto kRemovalDeadline = std::chrono::seconds(2);
 constexpr auto kStrayEventWait = std::chrono::milliseconds(300);
+constexpr auto kRecheck = std::chrono::milliseconds(20);
 // A noisy machine slows single calls down now and then; the median of a few calls is the stack's own.
 constexpr int kCallsPerOperation = 3;
 constexpr const char* kForeignException = "Unknown exception caught";
@@ -137,6 +138,13 @@ public:
         NoteDeaths();
     }
 
+    // True once a lifetime fault is in, e.g. a component destroyed while its removal never came.
+    bool FaultFound() {
+        const std::lock_guard<std::mutex> lock(mutex);
+        NoteDeaths();
+        return !componentFaults.empty();
+    }
+
     // Components still announced must still be alive now.
     void Finish() {
         const std::lock_guard<std::mutex> lock(mutex);
@@ -229,13 +237,16 @@ public:
 
     UVADRMBackend* requestDRMBackend(const char*) override { return nullptr; }
 
-    // Handles events until `done` holds or `deadline` passes; false on the deadline.
+    // Handles events until `done` holds or `deadline` passes; false on the deadline. `done` is also
+    // asked now and then without an event, for what changes silently (a component dying).
     bool Pump(const std::function<bool()>& done, Clock::duration deadline) {
         const auto until = Clock::now() + deadline;
         while (!done()) {
             std::unique_lock<std::mutex> lock(mutex);
-            if (!arrived.wait_until(lock, until, [this] { return !queue.empty(); })) {
-                return done();
+            const auto wake = std::min(until, Clock::now() + kRecheck);
+            if (!arrived.wait_until(lock, wake, [this] { return !queue.empty(); })) {
+                if (Clock::now() >= until) return done();
+                continue;
             }
             UVAEvent* next = queue.front();
             queue.pop_front();
@@ -269,7 +280,10 @@ public:
 
     UVAMediaBackend* media = nullptr;
     std::int32_t componentsLive = 0;
+    std::uint32_t eventsHandled = 0;
     bool streamDone = false;
+    bool playbackFinished = false;
+    bool durationKnown = false;
 
 private:
     void Handle(UVAEvent* event) {
@@ -277,8 +291,15 @@ private:
             Answer(static_cast<NeedMSEDataEvent*>(event));
             return;
         }
+        ++eventsHandled;
         if (event->getType() == UVAEvent::NEED_DATA) {
             ++observations.dataRequests;
+        } else if (event->getType() == UVAEvent::DECODE_ERROR) {
+            ++observations.decodeErrors;
+        } else if (event->getType() == UVAEvent::PLAYBACK_FINISHED) {
+            playbackFinished = true;
+        } else if (event->getType() == UVAEvent::DURATION_CHANGED) {
+            durationKnown = true;
         } else if (auto* change = dynamic_cast<::ComponentChangedEvent*>(event)) {
             if (change->action == ::ComponentChangedEvent::ADDED) {
                 ++observations.componentsAnnounced;
@@ -333,48 +354,102 @@ private:
     ::ComponentChangedEvent* heldComponentEvent = nullptr;
 };
 
-SourceDescription** VideoSource() {
-    auto** sources = new SourceDescription*[2];
-    sources[0] = SourceDescription::Streaming(SourceDescription::SOURCE_VIDEO, kSourceId, false, 0, "video/mp4");
-    sources[1] = nullptr;
-    return sources;
+// Media Source types pages commonly ask for, as a container and its first codec.
+struct MseType {
+    const char* container;
+    const char* codec;
+};
+const MseType kCommonMseTypes[] = {
+    {"video/mp4", "avc1.42E01E"}, {"video/webm", "vp9"}, {"video/webm", "vp8"},
+    {"audio/mp4", "mp4a.40.2"},   {"audio/webm", "opus"},
+};
+
+std::vector<std::string> SupportedMimetypes(UVAMediaBackend& media, UVA_STATUS& status) {
+    char** types = nullptr;
+    status = media.getSupportedMimetypes(types);
+    std::vector<std::string> supported;
+    for (char** type = types; types != nullptr && *type != nullptr; ++type) {
+        supported.emplace_back(*type);
+        std::free(*type);
+    }
+    delete[] types;
+    return supported;
+}
+
+// The first common type the stack can play, else the first of its own list it confirms; empty when
+// it plays none, as a page's isTypeSupported would find out.
+std::string ChooseMseType(UVAMediaBackend& media) {
+    for (const MseType& common : kCommonMseTypes) {
+        const char* codecs[] = {common.codec, nullptr};
+        if (media.canPlayType(common.container, codecs, nullptr) == UVA_STATUS_OK) {
+            return std::string(common.container) + "; codecs=\"" + common.codec + "\"";
+        }
+    }
+    UVA_STATUS status = UVA_STATUS_OK;
+    for (const std::string& type : SupportedMimetypes(media, status)) {
+        if (media.canPlayType(type.c_str(), nullptr, nullptr) == UVA_STATUS_OK) {
+            return type;
+        }
+    }
+    return std::string();
+}
+
+SourceDescription* MseSource(const std::string& type) {
+    const bool audio = type.rfind("audio/", 0) == 0;
+    return SourceDescription::Streaming(audio ? SourceDescription::SOURCE_AUDIO : SourceDescription::SOURCE_VIDEO,
+                                        kSourceId, false, 0, type.c_str());
 }
 
 // The browser keeps what the back-end did not take.
-UVA_STATUS InitWithVideoSource(UVAMediaBackend& media) {
-    SourceDescription** sources = VideoSource();
-    const UVA_STATUS status = media.initBackend("blob:velmora-check", sources, false);
+UVA_STATUS Init(UVAMediaBackend& media, const std::string& url, SourceDescription* source) {
+    auto** sources = new SourceDescription*[2]{source, nullptr};
+    const UVA_STATUS status = media.initBackend(url.c_str(), sources, false);
     if (status != UVA_STATUS_OK) {
-        delete sources[0];
+        delete source;
         delete[] sources;
     }
     return status;
 }
 
-UVAMediaBackend* RequestMediaSource(Harness& harness, UVAClient& client, std::string& unavailable) {
-    UVABackend* backend = UVA_RequestBackend(UVABackend::TYPE_MEDIA_SOURCE, &client);
+UVAMediaBackend* RequestMedia(Harness& harness, UVABackend::UVABackendType type, UVAClient& client,
+                              std::string& unavailable) {
+    const std::string call = "UVA_RequestBackend(" + std::to_string(type) + ")";
+    UVABackend* backend = UVA_RequestBackend(type, &client);
     if (backend == nullptr) {
-        unavailable = "UVA_RequestBackend(1) gave no back-end; the library logged: " + harness.LastLine(5);
+        unavailable = call + " gave no back-end; the library logged: " + harness.LastLine(5);
     } else if (!harness.Layer().GetActiveMediaBackendImpl()) {
-        unavailable = "the stack answered a Media Source request with no back-end";
+        unavailable = "the stack answered " + call + " with no back-end";
         UVA_ReleaseBackend(backend);
         backend = nullptr;
     }
     return static_cast<UVAMediaBackend*>(backend);
 }
 
+// Asks the stack for the type unless the user named one.
+std::string MseTypeFor(UVAMediaBackend& media, const Feed& feed) {
+    return feed.mseType.empty() ? ChooseMseType(media) : feed.mseType;
+}
+
 }  // namespace
 
-Observations PlaySession(Harness& harness, Ending ending, bool select,
+Observations PlaySession(Harness& harness, const Feed& feed, Ending ending, bool select,
                          const std::function<void(const std::string&)>& step) {
     Observations observations;
     Browser browser(observations);
-    step("requesting a Media Source back-end");
-    UVAMediaBackend* media = RequestMediaSource(harness, browser, observations.unavailable);
+    const bool url = !feed.mediaUrl.empty();
+    step(url ? "requesting a media back-end" : "requesting a Media Source back-end");
+    UVAMediaBackend* media = RequestMedia(harness, url ? UVABackend::TYPE_MEDIA : UVABackend::TYPE_MEDIA_SOURCE,
+                                          browser, observations.unavailable);
     if (media == nullptr) {
         return observations;
     }
     browser.media = media;
+    observations.played = url ? feed.mediaUrl : MseTypeFor(*media, feed);
+    if (observations.played.empty()) {
+        observations.unavailable = "the stack plays none of the common Media Source types nor any it lists";
+        UVA_ReleaseBackend(media);
+        return observations;
+    }
     boost::shared_ptr<IBackend> impl = harness.Layer().GetActiveMediaBackendImpl();
     const auto probe = boost::make_shared<StackProbe>();
     boost::signals2::scoped_connection probeConnection;
@@ -384,12 +459,26 @@ Observations PlaySession(Harness& harness, Ending ending, bool select,
         observations.wrongClasses.push_back("ConnectEvent threw on a second connection");
     }
 
-    step("playing a stream of " + std::to_string(kStreamMs) + " ms");
-    if (InitWithVideoSource(*media) != UVA_STATUS_OK || media->play() != UVA_STATUS_OK) {
-        observations.writeFailures.push_back("initBackend or play failed: " + harness.LastLine(5));
-    }
+    step(url ? "playing " + feed.mediaUrl
+             : "playing a stream of " + std::to_string(kStreamMs) + " ms as " + observations.played);
+    SourceDescription* source =
+        url ? SourceDescription::BackendStreaming(feed.mediaUrl.c_str()) : MseSource(observations.played);
     const bool whilePlaying = ending == Ending::WhilePlaying;
-    browser.Pump([&] { return whilePlaying ? observations.dataRequests > 0 : browser.streamDone; }, kStreamDeadline);
+    if (Init(*media, url ? feed.mediaUrl : "blob:velmora-check", source) != UVA_STATUS_OK ||
+        media->play() != UVA_STATUS_OK) {
+        observations.writeFailures.push_back("initBackend or play failed: " + harness.LastLine(5));
+    } else {
+        // Each session ends as soon as what its checks judge is in: a decode error ends any stream; a
+        // file has shown its components and duration once prerolled.
+        browser.Pump(
+            [&] {
+                if (observations.decodeErrors > 0 || browser.playbackFinished) return true;
+                if (url) return whilePlaying ? browser.eventsHandled > 0
+                                             : observations.componentsAnnounced > 0 && browser.durationKnown;
+                return whilePlaying ? observations.dataRequests > 0 : browser.streamDone;
+            },
+            kStreamDeadline);
+    }
     if (!whilePlaying && select) {
         step("selecting a component");
         browser.SelectFirstComponent();
@@ -397,7 +486,7 @@ Observations PlaySession(Harness& harness, Ending ending, bool select,
     if (!whilePlaying) {
         step("stopping and waiting for the components to be removed");
         media->stop();
-        browser.Pump([&] { return browser.componentsLive <= 0; }, kRemovalDeadline);
+        browser.Pump([&] { return browser.componentsLive <= 0 || probe->FaultFound(); }, kRemovalDeadline);
         probe->Finish();
     }
     probeConnection.disconnect();
@@ -420,16 +509,19 @@ Observations PlaySession(Harness& harness, Ending ending, bool select,
     return seen;
 }
 
-std::vector<OperationTiming> SweepOperations(Harness& harness, std::string& unavailable) {
+std::vector<OperationTiming> SweepOperations(Harness& harness, const Feed& feed, std::string& unavailable) {
     Observations ignored;
     Browser browser(ignored);
-    UVAMediaBackend* media = RequestMediaSource(harness, browser, unavailable);
+    UVAMediaBackend* media = RequestMedia(harness, UVABackend::TYPE_MEDIA_SOURCE, browser, unavailable);
     if (media == nullptr) {
         return {};
     }
+    // Without a type the stack plays, initBackend fails; the other calls are timed all the same.
+    std::string type = MseTypeFor(*media, feed);
+    if (type.empty()) type = kCommonMseTypes[0].container;
     using Operation = std::function<UVA_STATUS(UVAMediaBackend&)>;
     const std::vector<std::pair<const char*, Operation>> operations = {
-        {"initBackend", [](UVAMediaBackend& m) { return InitWithVideoSource(m); }},
+        {"initBackend", [&type](UVAMediaBackend& m) { return Init(m, "blob:velmora-check", MseSource(type)); }},
         {"setWindowId", [](UVAMediaBackend& m) { return m.setWindowId(1); }},
         {"setVideoWindow", [](UVAMediaBackend& m) { return m.setVideoWindow(0, 0, 1280, 720); }},
         {"setClipRect", [](UVAMediaBackend& m) { return m.setClipRect(0, 0, 1280, 720); }},
@@ -442,12 +534,8 @@ std::vector<OperationTiming> SweepOperations(Harness& harness, std::string& unav
         {"canPlayType", [](UVAMediaBackend& m) { return m.canPlayType("video/mp4", nullptr, nullptr); }},
         {"getSupportedMimetypes",
          [](UVAMediaBackend& m) {
-             char** types = nullptr;
-             const UVA_STATUS status = m.getSupportedMimetypes(types);
-             for (char** type = types; types != nullptr && *type != nullptr; ++type) {
-                 std::free(*type);
-             }
-             delete[] types;
+             UVA_STATUS status = UVA_STATUS_OK;
+             SupportedMimetypes(m, status);
              return status;
          }},
         {"play", [](UVAMediaBackend& m) { return m.play(); }},

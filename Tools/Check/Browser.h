@@ -29,6 +29,7 @@ using Milliseconds = std::chrono::duration<double, std::milli>;
 // Everything a session saw; each check judges its own part.
 struct Observations {
     std::string unavailable;  // why no session could be played; empty when one was
+    std::string played;       // the Media Source type streamed or the URL played
     std::vector<std::string> wrongClasses;       // events whose object is not of the class their code names
     std::vector<std::string> insaneValues;       // events the browser got with impossible values
     std::vector<std::string> afterRelease;       // events the browser got after the release returned
@@ -40,6 +41,7 @@ struct Observations {
     std::uint32_t samplesWritten = 0;
     bool endOfStreamWritten = false;
     std::vector<std::string> writeFailures;      // writeData answers other than OK
+    std::uint32_t decodeErrors = 0;
     Milliseconds releaseTime{0};
 };
 
@@ -48,9 +50,16 @@ enum class Ending {
     WhilePlaying,  // release while the stack still raises events
 };
 
-// Requests a Media Source back-end, plays a short stream into it (selecting the first component
-// announced when `select` is set) and releases it.
-Observations PlaySession(Harness& harness, Ending ending, bool select,
+// What a session plays: a short Media Source stream of made-up samples, or a real file the stack
+// fetches itself, where a real engine shows its components.
+struct Feed {
+    std::string mediaUrl;  // empty: a Media Source stream
+    std::string mseType;   // the Media Source type to stream; empty: the first the stack says it plays
+};
+
+// Plays `feed` on a back-end of its own (selecting the first component announced when `select` is
+// set) and releases it.
+Observations PlaySession(Harness& harness, const Feed& feed, Ending ending, bool select,
                          const std::function<void(const std::string&)>& step);
 
 // One browser operation as a check calls it.
@@ -62,7 +71,7 @@ struct OperationTiming {
 };
 
 // Calls every playback operation of a Media Source back-end a few times; empty `unavailable` on success.
-std::vector<OperationTiming> SweepOperations(Harness& harness, std::string& unavailable);
+std::vector<OperationTiming> SweepOperations(Harness& harness, const Feed& feed, std::string& unavailable);
 
 // A DRM client that throws away what it is given.
 class DiscardingDrmClient : public UVADRMClient {

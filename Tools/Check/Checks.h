@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Browser.h"
 #include "Harness.h"
 
 namespace Check {
@@ -20,6 +21,7 @@ struct Verdict {
 struct Context {
     Harness& harness;
     double budgetMs;  // the longest a browser call may wait on the stack
+    Feed feed;        // what the sessions play
     // Says what the check does next, so that a check cut by its timeout can say where it hung.
     std::function<void(const std::string&)> step;
 };

@@ -46,7 +46,8 @@ std::string SessionTrace(Harness& /*harness*/) { return std::string(); }
     auto* harness = new Harness(settings.library, settings.options);
     Verdict verdict{Outcome::Fail, harness->Error()};
     if (harness->Ready()) {
-        Context context{*harness, settings.budgetMs, [messages](const std::string& step) { Post(messages, 'S', step); }};
+        Context context{*harness, settings.budgetMs, settings.feed,
+                        [messages](const std::string& step) { Post(messages, 'S', step); }};
         try {
             verdict = check.run(context);
         } catch (const std::exception& failure) {

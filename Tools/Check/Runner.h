@@ -14,6 +14,7 @@ struct Settings {
     std::string options;
     double budgetMs = 5.0;
     int timeoutSeconds = 20;
+    Feed feed;
 };
 
 struct Report {

@@ -1,8 +1,8 @@
 // velmora-check: runs the contract a media stack must keep against a stack library, with the Velmora
 // library in front of it and this program in the browser's place.
 //
-//     velmora-check path/to/libstack.so [--options TEXT] [--junit FILE] [--budget-ms N] [--check NAME]...
-//                   [--timeout-s N] [--list]
+//     velmora-check path/to/libstack.so [--options TEXT] [--media URL] [--mse-mime TYPE] [--junit FILE]
+//                   [--budget-ms N] [--check NAME]... [--timeout-s N] [--list]
 
 #include <chrono>
 #include <cstdio>
@@ -16,9 +16,12 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: velmora-check path/to/libstack.so [--options TEXT] [--junit FILE] [--budget-ms N]\n"
-    "                     [--check NAME]... [--timeout-s N] [--list]\n"
+    "usage: velmora-check path/to/libstack.so [--options TEXT] [--media URL] [--mse-mime TYPE] [--junit FILE]\n"
+    "                     [--budget-ms N] [--check NAME]... [--timeout-s N] [--list]\n"
     "  --options TEXT  handed to the stack's factory (name=value pairs separated by ';')\n"
+    "  --media URL     a file the stack can play: the event and component checks play it instead of\n"
+    "                  a Media Source stream, so that a real engine shows its components\n"
+    "  --mse-mime TYPE the Media Source type to stream (default: the first the stack says it plays)\n"
     "  --junit FILE    also write the results as JUnit XML\n"
     "  --budget-ms N   the longest a browser call may take (default 5)\n"
     "  --check NAME    run only this check (repeatable)\n"
@@ -52,6 +55,10 @@ int main(int argc, char** argv) {
             list = true;
         } else if (argument == "--options" && hasValue) {
             settings.options = argv[++i];
+        } else if (argument == "--media" && hasValue) {
+            settings.feed.mediaUrl = argv[++i];
+        } else if (argument == "--mse-mime" && hasValue) {
+            settings.feed.mseType = argv[++i];
         } else if (argument == "--junit" && hasValue) {
             junit = argv[++i];
         } else if (argument == "--check" && hasValue) {

@@ -46,6 +46,8 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
             options.stackOptions = value;
         } else if (name == "--media") {
             options.media = value;
+        } else if (name == "--trace-json") {
+            options.traceJson = value;
         } else {
             error = "bad option: " + name + " " + value;
             return false;
@@ -63,6 +65,9 @@ void PrintHelp(const char* program) {
         "  --trace LEVEL     the library's log threshold, 0 (everything) to 6 (quiet, the default)\n"
         "  --iterations N    run the scenarios N times (a soak run; default 1)\n"
         "  --variant N       varies sample sizes (default 1)\n"
+        "  --trace-json FILE write the session's trace (Chrome trace-event JSON) to FILE; open it in\n"
+        "                    Perfetto (ui.perfetto.dev) or chrome://tracing, or summarize it with\n"
+        "                    velmora-trace FILE\n"
         "  --library PATH    the libvelmora.so to load (default: the one built with this program,\n"
         "                    %s).\n"
         "                    The reference stack links the library too; so that both use the same\n"

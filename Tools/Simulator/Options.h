@@ -16,6 +16,7 @@ struct Options {
     std::string stack;
     std::string stackOptions;
     std::string media = VELMORA_TEST_MEDIA_PATH;
+    std::string traceJson;  // where the session's trace goes; empty: no trace
     bool help = false;
 };
 

@@ -17,6 +17,7 @@
 #include "Timeline.h"
 #include "Tlog/Tlog.h"
 #include "Uva/UVALiveObjects.h"
+#include "Velmora/Trace.h"
 
 namespace {
 
@@ -111,6 +112,12 @@ int main(int argc, char** argv) {
         }
     });
 
+    std::string traceError;
+    if (!options.traceJson.empty() &&
+        !Velmora::Trace::StartTrace(options.traceJson, Velmora::Trace::kDefaultRingEntries, &traceError)) {
+        std::fprintf(stderr, "%s\n", traceError.c_str());
+        return 2;
+    }
     const UvaLiveObjects before = uvaLiveObjects();
     for (int i = 0; i < options.iterations; ++i) {
         if (options.iterations > 1) {
@@ -129,6 +136,11 @@ int main(int argc, char** argv) {
                                     std::to_string(after.samples - before.samples) + ", sources " +
                                     std::to_string(after.sources - before.sources) + ")");
     Tlog::SetSink(nullptr);
+    // The library rewrote the file each time a scenario stopped it; a last write takes in what came after.
+    if (!options.traceJson.empty()) {
+        timeline.Expect(Velmora::Trace::WriteTrace(std::string(), &traceError), "trace: " + traceError);
+        std::printf("trace written to %s\n", options.traceJson.c_str());
+    }
     timeline.PrintSummary(alive);
     return timeline.Failed() ? 1 : 0;
 }

@@ -2,6 +2,7 @@
 // shown to catch each fault in the check that names it and in no other. It is the reference stack with
 // one fault switched on by the factory's options: `fault=NAME`, optionally followed by `;step-ms=N`.
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <csignal>
@@ -10,6 +11,7 @@
 #include <boost/make_shared.hpp>
 #include <limits>
 #include <map>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -35,6 +37,9 @@ enum class Fault {
     SlowRelease,       // a media back-end released while playing takes longer to go than the browser can wait
     ForeignException,  // setVolume throws an int
     SlowCall,          // setVolume takes far longer than a browser call may
+    // Not a fault: a real decoder's answer to made-up sample bytes, DecodeError where the next data
+    // request would come. The kit must take it as a note only.
+    UndecodableSamples,
 };
 
 const std::map<std::string, Fault> kFaults = {
@@ -44,11 +49,13 @@ const std::map<std::string, Fault> kFaults = {
     {"crash-on-select", Fault::CrashOnSelect},  {"hang-on-select", Fault::HangOnSelect},
     {"refuse-samples", Fault::RefuseSamples},   {"slow-release", Fault::SlowRelease},
     {"foreign-exception", Fault::ForeignException}, {"slow-call", Fault::SlowCall},
+    {"undecodable-samples", Fault::UndecodableSamples},
 };
 
 // Rewrites or drops what the reference back-end raises, on its way to every slot.
 IBackend::EventSlot Distort(Fault fault, IBackend::EventSlot slot) {
-    return [fault, slot](boost::shared_ptr<BackendEvent> event) {
+    const auto dataRequests = std::make_shared<std::atomic<int>>(0);  // every slot sees the same sequence
+    return [fault, slot, dataRequests](boost::shared_ptr<BackendEvent> event) {
         if (fault == Fault::WrongClass && event->type == BackendEvent::VideoResized) {
             event = boost::make_shared<BackendEvent>(BackendEvent::VideoResized);
         } else if (fault == Fault::NanDuration && event->type == BackendEvent::DurationChanged) {
@@ -56,6 +63,9 @@ IBackend::EventSlot Distort(Fault fault, IBackend::EventSlot slot) {
         } else if (fault == Fault::NoRemoval && event->type == BackendEvent::ComponentChanged &&
                    static_cast<ComponentChangedEvent&>(*event).action == ComponentChangedEvent::Removed) {
             return;
+        } else if (fault == Fault::UndecodableSamples && event->type == BackendEvent::NeedMseData &&
+                   ++*dataRequests > 1) {
+            event = boost::make_shared<BackendEvent>(BackendEvent::DecodeError);
         }
         slot(event);
     };
