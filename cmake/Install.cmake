@@ -38,3 +38,5 @@ install(FILES "${CMAKE_BINARY_DIR}/VelmoraConfig.cmake" "${CMAKE_BINARY_DIR}/Vel
 file(RELATIVE_PATH velmora_pc_to_prefix "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
 configure_file(cmake/velmora.pc.in "${CMAKE_BINARY_DIR}/velmora.pc" @ONLY)
 install(FILES "${CMAKE_BINARY_DIR}/velmora.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
+
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/velmora RENAME copyright COMPONENT Runtime)
