@@ -123,6 +123,26 @@ def write_need_data(size, pick=0, which=0, status=0):
     return u8(WRITE_DATA) + u8(pick) + u8(which) + u32(size) + u32(size) + u8(status)
 
 
+# Arguments for each operation that takes any, for the sessions that call every operation once.
+MEDIA_ARGS = {
+    "init": text("http://tv/a.mp4") + u8(1) + streaming_source(0) + flag(False),
+    "attach": flag(False) + streaming_source(1), "remove": u32(1), "setSource": text("u"),
+    "queue": text(None), "loop": text("true"), "windowId": u32(7), "videoWindow": u32(1) * 4 + flag(True),
+    "clipRect": u32(2) * 4 + flag(False), "frame": u8(8), "buffered": flag(True), "seekable": flag(False),
+    "canPlayUrl": text("u"), "canPlayType": text("video/mp4") + text("") + u8(0) + flag(True), "pause": flag(True),
+    "rate": double(2), "volume": double(0.5), "contentSize": u32(640) + u32(480), "setPosition": double(3),
+    "visibility": flag(True) + flag(False), "sizeFromDuration": double(1), "fullScreen": flag(True),
+    "listener": text(None), "buffering": u8(1), "keySystem": text("org.w3.clearkey"),
+    "select": flag(True) + u8(0xFE), "unselect": flag(False) + u8(0xFF),
+}
+BROADCAST_ARGS = {
+    "windowId": u8(1), "init": text(None), "videoWindow": u32(3) * 4 + flag(True), "fullScreen": flag(False),
+    "visibility": flag(True) + flag(True), "volume": double("nan"), "select": flag(False) + u8(0xFE),
+    "listener": text("l"), "setChannel": u8(1) + u8(15) + text("ca"), "offset": flag(True), "maxOffset": flag(False),
+    "speeds": u8(3), "record": double("inf"), "setSpeed": double("-inf"), "setPosition": double("max") + u8(3),
+}
+
+
 def session(script, answers=b"", log=0):
     return u8(log) + struct.pack("<H", len(script)) + script + answers
 
@@ -188,12 +208,13 @@ def corpus():
         log=1)
 
     # Every call of a media stack that fails, in every way it can.
-    faults = b""
-    for op in MEDIA_OPS:
-        faults += media(op, b"\x00" * 24)
-    files["media-stack-throws"] = session(
-        request(0) + faults + request(2) + b"".join(broadcast(op, b"\x00" * 8, pick=0) for op in BROADCAST_OPS),
-        answers=u8(YES) * 3 + bytes([10, 0, 0, 10, 1, 0, 10, 2, 0, 10, 3, 0, 10, 5, 0, 11, 0, 12, 0, 13, 14, 15] * 8))
+    failing = bytes([10, 0, 0, 10, 1, 0, 10, 2, 0, 10, 3, 0, 10, 5, 0, 11, 0, 12, 0, 13, 14, 15, 1] * 6)
+    every_media_call = b"".join(media(op, MEDIA_ARGS.get(op, b"")) for op in MEDIA_OPS)
+    files["media-stack-throws"] = session(request(0) + every_media_call, answers=u8(YES) * 4 + failing)
+    files["media-stack-answers"] = session(request(0) + every_media_call, log=1)
+    every_broadcast_call = b"".join(broadcast(op, BROADCAST_ARGS.get(op, b"")) for op in BROADCAST_OPS)
+    files["broadcast-stack-throws"] = session(request(2) + every_broadcast_call, answers=u8(YES) * 4 + failing)
+    files["broadcast-stack-answers"] = session(request(2) + every_broadcast_call, log=2)
 
     files["null-backends"] = session(
         request(0) + request(2) + request(3) + request_drm(None) + media("play") + broadcast("stop") +

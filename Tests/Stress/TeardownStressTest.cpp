@@ -41,23 +41,21 @@ public:
     std::atomic<long> events{0};
 };
 
-// Every back-end the mocked media stack ever created, for the event threads to pick from.
+// The back-ends the mocked media stack created last, for the event threads to pick from. Older ones
+// are let go (a thread raising on one holds its own share), so a long soak stays as fast per round.
 class MediaStack {
 public:
     explicit MediaStack(NiceMock<VelmoraTest::MockUva>& uva) {
         ON_CALL(uva, CreateBackend(_)).WillByDefault(Invoke([this](int type) -> boost::shared_ptr<Velmora::IBackend> {
             std::lock_guard<std::mutex> lock(mutex_);
             if (type == UVABackend::TYPE_VIDEO_BROADCAST) {
-                broadcasts_.push_back(boost::make_shared<NiceMock<VelmoraTest::MockVideoBroadcastBackend>>());
-                return broadcasts_.back();
+                return Add(broadcasts_, boost::make_shared<NiceMock<VelmoraTest::MockVideoBroadcastBackend>>());
             }
-            medias_.push_back(boost::make_shared<NiceMock<VelmoraTest::MockMediaBackend>>());
-            return medias_.back();
+            return Add(medias_, boost::make_shared<NiceMock<VelmoraTest::MockMediaBackend>>());
         }));
         ON_CALL(uva, CreateDrmBackend(_)).WillByDefault(Invoke([this](const std::string&) {
             std::lock_guard<std::mutex> lock(mutex_);
-            drms_.push_back(boost::make_shared<NiceMock<VelmoraTest::MockDrmBackend>>());
-            return boost::shared_ptr<Velmora::IDrmBackend>(drms_.back());
+            return boost::shared_ptr<Velmora::IDrmBackend>(Add(drms_, boost::make_shared<NiceMock<VelmoraTest::MockDrmBackend>>()));
         }));
     }
 
@@ -85,12 +83,23 @@ public:
     }
 
 private:
+    static constexpr std::size_t kWindow = 4;
+
+    template <typename Backend>
+    static Backend Add(std::vector<Backend>& backends, Backend backend) {
+        if (backends.size() == 2 * kWindow) {
+            backends.erase(backends.begin(), backends.begin() + kWindow);
+        }
+        backends.push_back(backend);
+        return backend;
+    }
+
     template <typename Backend>
     static Backend Recent(const std::vector<Backend>& backends, std::mt19937& random) {
         if (backends.empty()) {
             return Backend();
         }
-        const std::size_t window = std::min<std::size_t>(backends.size(), 4);
+        const std::size_t window = std::min<std::size_t>(backends.size(), kWindow);
         return backends[backends.size() - 1 - random() % window];
     }
 
