@@ -84,7 +84,7 @@ def request_drm(key_system, client=True):
 
 
 def streaming_source(kind, source_id=1, encrypted=False, mime="video/mp4"):
-    return u8(0) + u8(kind) + u32(source_id) + flag(encrypted) + u32(0) + text(mime)
+    return u8(0) + u8([0, 1, 2, -1, 4].index(kind)) + u32(source_id) + flag(encrypted) + u32(0) + text(mime)
 
 
 def url_source(url):
@@ -200,7 +200,7 @@ def corpus():
         drm("onInitData", block(b"")) +
         drm_event(0, 0, block(b"pssh") + flag(True)) + drm_event(0, 1, text(None) + block(b"challenge")) +
         drm_event(0, 2) + drm_event(0, 3, u32(7) + u32(2)) + drm_event(0, 4, text("ok") + double(1)) +
-        drm_event(0, 9) + drm_event(0, 1, shape=3) +
+        drm_event(0, 5) + drm_event(0, 1, block(b"x") + flag(False), shape=3) +
         request(1) + u8(CLIENT_CHOICE) + u8(1) + u8(0) + flag(False) + u8(DRM_REQUEST) + u8(0) + text("org.w3.clearkey") +
         u8(CLIENT_CHOICE) + u8(2) + u8(0) + flag(False) + u8(DRM_REQUEST) + u8(0) + text("x") +
         u8(DRM_REQUEST) + u8(0) + text("") + u8(SUPPORTED_IDS) + u8(RELEASE_DRM) + u8(0) + release(0),
@@ -215,6 +215,16 @@ def corpus():
     every_broadcast_call = b"".join(broadcast(op, BROADCAST_ARGS.get(op, b"")) for op in BROADCAST_OPS)
     files["broadcast-stack-throws"] = session(request(2) + every_broadcast_call, answers=u8(YES) * 4 + failing)
     files["broadcast-stack-answers"] = session(request(2) + every_broadcast_call, log=2)
+
+    files["null-and-odd-arguments"] = session(
+        request(0) + request(2) + media("attach", flag(True)) + init(None, [], null_list=True) + init("u", []) +
+        init("u", [streaming_source(-1)]) + init("u", [streaming_source(0), streaming_source(1), url_source(None)]) +
+        media("canPlayType", text(None), text(None), u8(0), flag(True)) + media("select", flag(True), u8(0xFF)) +
+        media("unselect", flag(False), u8(0xFE)) + media("setSource", text(None)) + media("keySystem", text(None)) +
+        broadcast("setPosition", double("nan"), u8(0)) + broadcast("setPosition", double(-2), u8(1)) +
+        broadcast("setPosition", double("-inf"), u8(2)) + broadcast("select", flag(True), u8(0xFF)) +
+        broadcast("speeds", u8(1)) + broadcast("setChannel", u8(0), u8(0), text(None)) + release(1) + release(0),
+        answers=u8(YES) * 60 + u8(15) + u8(YES) * 20)
 
     files["null-backends"] = session(
         request(0) + request(2) + request(3) + request_drm(None) + media("play") + broadcast("stop") +
