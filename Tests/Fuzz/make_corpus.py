@@ -226,6 +226,13 @@ def corpus():
         broadcast("speeds", u8(1)) + broadcast("setChannel", u8(0), u8(0), text(None)) + release(1) + release(0),
         answers=u8(YES) * 60 + u8(15) + u8(YES) * 20)
 
+    # Null events and a component event without its component; only raised as such when the harness is
+    # built with VELMORA_FUZZ_NULL_EVENTS=ON, otherwise ordinary events.
+    files["null-events"] = session(
+        request(0) + request(2) + request_drm("org.w3.clearkey") + event(0, 6, shape=0xFF) +
+        event(1, 14, shape=0xFF) + drm_event(0, 2, shape=0xFF) + u8(RAISE) + u8(1) + u8(1) + u8(26) + u8(0) + u8(0) + u8(0) +
+        u8(RAISE) + u8(0) + u8(1) + u8(26) + u8(0) + u8(0) + u8(0))
+
     files["null-backends"] = session(
         request(0) + request(2) + request(3) + request_drm(None) + media("play") + broadcast("stop") +
         drm("getId") + release(0) + u8(RELEASE_FOREIGN) + flag(True) + u8(RELEASE_FOREIGN) + flag(False),
