@@ -1,11 +1,37 @@
 # Fails unless the library exports exactly what the browser and the owner call, plus the type
-# information of the classes that cross the library boundary.
-# Usage: cmake -DNM=<nm> -DLIBRARY=<libvelmora.so> -P CheckExports.cmake
-execute_process(COMMAND "${NM}" -D --defined-only -C "${LIBRARY}" OUTPUT_VARIABLE listing RESULT_VARIABLE failed)
+# information of the classes that cross the library boundary, each under the version node NODE.
+# Versioned names are demangled after the version is split off: not every nm demangles them.
+# Usage: cmake -DNM=<nm> -DCXXFILT=<c++filt> -DLIBRARY=<libvelmora.so> -DNODE=<VELMORA_n> -P CheckExports.cmake
+execute_process(COMMAND "${NM}" -D --defined-only "${LIBRARY}" OUTPUT_VARIABLE listing RESULT_VARIABLE failed)
 if(failed)
     message(FATAL_ERROR "${NM} failed on ${LIBRARY}")
 endif()
 string(REPLACE "\n" ";" lines "${listing}")
+set(unversioned "")
+set(mangled "")
+foreach(line IN LISTS lines)
+    if(NOT line MATCHES "^[0-9a-fA-F]+ [A-Za-z] ([^@]+)(@@?(.*))?$")
+        continue()
+    endif()
+    set(name "${CMAKE_MATCH_1}")
+    set(version "${CMAKE_MATCH_3}")
+    # The version node itself, and linker-defined section markers.
+    if(name STREQUAL NODE OR name MATCHES "^_(_bss_start|_bss_start__|_bss_end__|bss_end__|_end__|edata|end|init|fini)$")
+        continue()
+    endif()
+    if(NOT version STREQUAL NODE)
+        list(APPEND unversioned "${name}")
+    endif()
+    string(APPEND mangled "${name}\n")
+endforeach()
+get_filename_component(names_file "${LIBRARY}.exported-names" ABSOLUTE)
+file(WRITE "${names_file}" "${mangled}")
+execute_process(COMMAND "${CXXFILT}" INPUT_FILE "${names_file}" OUTPUT_VARIABLE demangled RESULT_VARIABLE failed)
+file(REMOVE "${names_file}")
+if(failed)
+    message(FATAL_ERROR "${CXXFILT} failed")
+endif()
+string(REPLACE "\n" ";" symbols "${demangled}")
 set(required UVA_RequestBackend UVA_ReleaseBackend UVADRM_RequestBackend UVADRM_ReleaseBackend
     UVADRM_GetSupportedBackendIDs "Velmora::SetCallbacks(Velmora::Callbacks const&)"
     # A media stack built as its own library derives from the interfaces and catches the exceptions.
@@ -15,17 +41,12 @@ set(required UVA_RequestBackend UVA_ReleaseBackend UVADRM_RequestBackend UVADRM_
     # The owner's switch for the session trace (Velmora/Trace.h).
     "Velmora::Trace::StopTrace()")
 set(unexpected "")
-foreach(line IN LISTS lines)
-    if(NOT line MATCHES "^[0-9a-fA-F]+ [A-Za-z] (.+)$")
+foreach(symbol IN LISTS symbols)
+    if(symbol STREQUAL "")
         continue()
     endif()
-    set(symbol "${CMAKE_MATCH_1}")
     list(REMOVE_ITEM required "${symbol}")
     if(symbol MATCHES "^(UVA_RequestBackend|UVA_ReleaseBackend|UVADRM_RequestBackend|UVADRM_ReleaseBackend|UVADRM_GetSupportedBackendIDs)$")
-        continue()
-    endif()
-    # Linker-defined section markers.
-    if(symbol MATCHES "^_(_bss_start|_bss_start__|_bss_end__|bss_end__|_end__|edata|end|init|fini)$")
         continue()
     endif()
     string(REGEX REPLACE "^(typeinfo name for |typeinfo for |vtable for |VTT for |non-virtual thunk to |virtual thunk to )" "" entity "${symbol}")
@@ -37,6 +58,10 @@ foreach(line IN LISTS lines)
 endforeach()
 if(required)
     message(FATAL_ERROR "not exported: ${required}")
+endif()
+if(unversioned)
+    string(REPLACE ";" "\n  " unversioned "${unversioned}")
+    message(FATAL_ERROR "exported without the version node ${NODE}:\n  ${unversioned}")
 endif()
 if(unexpected)
     string(REPLACE ";" "\n  " unexpected "${unexpected}")

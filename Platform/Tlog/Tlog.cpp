@@ -1,6 +1,8 @@
 #include "Tlog/Tlog.h"
 
+#include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -29,19 +31,40 @@ struct Registry {
         }
         std::istringstream entries(levels);
         std::string entry;
+        std::string ignored;
         while (std::getline(entries, entry, ',')) {
             const auto equals = entry.rfind('=');
-            if (equals == std::string::npos) {
+            std::int32_t level = 0;
+            if (equals == std::string::npos || equals == 0 || !ParseLevel(entry.substr(equals + 1), level)) {
+                ignored += (ignored.empty() ? "\"" : ", \"") + entry + "\"";
                 continue;
             }
             const std::string name = entry.substr(0, equals);
-            const std::int32_t level = std::atoi(entry.c_str() + equals + 1);
             if (name == "default") {
                 defaultThreshold = level;
             } else {
                 explicitThresholds[name] = level;
             }
         }
+        // One line for the whole variable: a typo must not pass silently, nor flood the log.
+        if (!ignored.empty()) {
+            std::fprintf(stderr, "TLOG_LEVELS: ignoring %s (expected NAME=LEVEL, LEVEL a whole number)\n",
+                         ignored.c_str());
+        }
+    }
+
+    static bool ParseLevel(const std::string& text, std::int32_t& level) {
+        if (text.empty() || !(text[0] == '-' || (text[0] >= '0' && text[0] <= '9'))) {
+            return false;
+        }
+        char* end = nullptr;
+        errno = 0;
+        const long long value = std::strtoll(text.c_str(), &end, 10);
+        if (*end != '\0' || errno != 0 || value < INT32_MIN || value > INT32_MAX) {
+            return false;
+        }
+        level = static_cast<std::int32_t>(value);
+        return true;
     }
 
     std::int32_t ThresholdFor(const std::string& name) const {

@@ -155,9 +155,11 @@ struct Recorder {
     }
 };
 
-// Never destroyed: a media-stack thread may still record while the process exits.
+// Never destroyed: a media-stack thread may still record while the process exits. Built in static storage,
+// so that the first call or stop of a session allocates nothing.
 Recorder& TheRecorder() {
-    static Recorder* const recorder = new Recorder;
+    alignas(Recorder) static unsigned char storage[sizeof(Recorder)];
+    static Recorder* const recorder = new (storage) Recorder;
     return *recorder;
 }
 

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <new>
+#include <string>
 
 #include "Log.h"
 #include "Support/LogCapture.h"
@@ -70,10 +71,18 @@ TEST_F(LogTest, ThresholdIsTheContextRecordsSecond32BitField) {
     EXPECT_EQ(reinterpret_cast<const std::int32_t*>(site.context)[1], 7);
 }
 
-TEST_F(LogTest, ThresholdsComeFromTheEnvironmentByContextName) {
-    ::setenv("TLOG_LEVELS", "default=5,Velmora::LogTest=2,Velmora::Wrapper:Drm=1", 1);
+TEST_F(LogTest, ThresholdsComeFromTheEnvironmentByContextNameAndEntriesThatDoNotParseAreIgnored) {
+    ::setenv("TLOG_LEVELS",
+             "default=5,Velmora::LogTest=2,Velmora::Wrapper:Drm=1,default=x,Velmora::Elsewhere=3x,junk,=2,"
+             "Velmora::Elsewhere=2147483648",
+             1);
+    testing::internal::CaptureStderr();
     Tlog::ResetThresholds();
+    const std::string warning = testing::internal::GetCapturedStderr();
     ::unsetenv("TLOG_LEVELS");
+    EXPECT_EQ(warning,
+              "TLOG_LEVELS: ignoring \"default=x\", \"Velmora::Elsewhere=3x\", \"junk\", \"=2\", "
+              "\"Velmora::Elsewhere=2147483648\" (expected NAME=LEVEL, LEVEL a whole number)\n");
     const LogSite drm(LogFileName{"Velmora::Wrapper:Drm", "Src/Wrapper/DrmBackendWrapper"}, __LINE__);
     const LogSite other(LogFileName{"Velmora::Elsewhere", "Src/Wrapper/Elsewhere"}, __LINE__);
     EXPECT_EQ(site.context->threshold.load(), 2);

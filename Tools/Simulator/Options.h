@@ -2,6 +2,7 @@
 // The simulator's command line.
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace Simulator {
@@ -20,8 +21,8 @@ struct Options {
     bool help = false;
 };
 
-// Parses argv; on a mistake writes it to `error` and returns false.
+// Parses argv (`--name value` or `--name=value`); on a mistake writes it to `error` and returns false.
 bool ParseOptions(int argc, char** argv, Options& options, std::string& error);
-void PrintHelp(const char* program);
+void PrintHelp(std::FILE* to, const char* program);
 
 }  // namespace Simulator

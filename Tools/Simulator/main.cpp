@@ -77,12 +77,12 @@ int main(int argc, char** argv) {
     Simulator::Options options;
     std::string error;
     if (!Simulator::ParseOptions(argc, argv, options, error)) {
-        std::fprintf(stderr, "%s\n", error.c_str());
-        Simulator::PrintHelp(argv[0]);
+        std::fprintf(stderr, "%s: %s\n", argv[0], error.c_str());
+        Simulator::PrintHelp(stderr, argv[0]);
         return 2;
     }
     if (options.help) {
-        Simulator::PrintHelp(argv[0]);
+        Simulator::PrintHelp(stdout, argv[0]);
         return 0;
     }
     UseLibrary(options.library, argv);

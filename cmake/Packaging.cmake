@@ -1,0 +1,37 @@
+# `cpack` (from a build directory) makes Debian packages: velmora (the library), velmora-dev (headers,
+# CMake package, pkg-config file) and, when the stand-ins are installed, velmora-stand-ins.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME velmora)
+set(CPACK_PACKAGE_VENDOR Velmora)
+set(CPACK_PACKAGE_CONTACT "Velmora")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_RESOURCE_FILE_LICENSE "${PROJECT_SOURCE_DIR}/LICENSE")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_COMPONENTS_ALL Runtime Development)
+if(VELMORA_INSTALL_STAND_INS)
+    list(APPEND CPACK_COMPONENTS_ALL StandIns)
+endif()
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME velmora)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME velmora-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "velmora (= ${PROJECT_VERSION}), libboost-dev")
+set(CPACK_DEBIAN_STANDINS_PACKAGE_NAME velmora-stand-ins)
+set(CPACK_DEBIAN_STANDINS_PACKAGE_SECTION libs)
+
+# The package's architecture is the compiler's target, not the machine that runs cpack.
+execute_process(COMMAND ${CMAKE_CXX_COMPILER} -dumpmachine OUTPUT_VARIABLE velmora_target
+                OUTPUT_STRIP_TRAILING_WHITESPACE)
+set(velmora_debian_architectures "x86_64-linux-gnu=amd64" "arm-linux-gnueabihf=armhf" "i686-linux-gnu=i386"
+    "aarch64-linux-gnu=arm64")
+foreach(pair IN LISTS velmora_debian_architectures)
+    string(REPLACE "=" ";" pair "${pair}")
+    list(GET pair 0 triplet)
+    if(velmora_target STREQUAL triplet)
+        list(GET pair 1 CPACK_DEBIAN_PACKAGE_ARCHITECTURE)
+    endif()
+endforeach()
+include(CPack)
