@@ -85,7 +85,11 @@ TEST_F(MediaComponentTest, ComponentIsShownSelectableWhileActiveAndRetiredOnRemo
     EXPECT_EQ(Wrapper().selectComponent(shown), UVA_STATUS_OK);
     EXPECT_EQ(Wrapper().unselectComponent(shown), UVA_STATUS_ERROR_3);
     Raise(new Stack::ComponentChangedEvent(&audio, Action::Changed));
+    std::int32_t stateWhenTold = -1;
+    client.onEvent = [&](UVAEvent*) { stateWhenTold = shown->state; };
     Raise(new Stack::ComponentChangedEvent(&audio, Action::Removed));
+    client.onEvent = nullptr;
+    EXPECT_EQ(stateWhenTold, 1) << "the browser hears of the removal before the component is marked unused";
     EXPECT_EQ(shown->state, 0);
     EXPECT_EQ(Wrapper().unselectComponent(shown), UVA_STATUS_ERROR);  // still named by events, no longer known
     EXPECT_EQ(Wrapper().selectComponent(nullptr), UVA_STATUS_ERROR);
