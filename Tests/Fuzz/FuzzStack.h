@@ -34,6 +34,12 @@ public:
 
     // Returns normally or throws, as the next byte says.
     void Act();
+    // Like Act, then gives back `value` (read from the input before acting).
+    template <typename T>
+    T Act(T value) {
+        Act();
+        return value;
+    }
     // Like Act, then answers yes or no.
     bool Answer();
 
@@ -79,42 +85,42 @@ public:
     boost::signals2::signal<void(std::string, Velmora::IDrmBackend*&)> drmRequests;
 
     boost::signals2::connection ConnectEvent(const EventSlot& slot) override;
-    void SetWindowId(std::uint32_t) override;
-    void InitBackend(std::string, const SourceDescriptionBackendStreaming&, bool) override;
-    void InitBackend(std::string, const std::vector<SourceDescriptionOperaStreaming>&, bool) override;
-    void AttachSource(const SourceDescriptionOperaStreaming&) override;
-    void RemoveSource(std::uint32_t) override;
-    bool SetVideoWindow(const Velmora::VideoRect&) override;
-    bool SetClipRect(const Velmora::VideoRect&) override;
+    void SetWindowId(std::uint32_t) override { script_.Act(); }
+    void InitBackend(std::string, const SourceDescriptionBackendStreaming&, bool) override { script_.Act(); }
+    void InitBackend(std::string, const std::vector<SourceDescriptionOperaStreaming>&, bool) override { script_.Act(); }
+    void AttachSource(const SourceDescriptionOperaStreaming&) override { script_.Act(); }
+    void RemoveSource(std::uint32_t) override { script_.Act(); }
+    bool SetVideoWindow(const Velmora::VideoRect&) override { return script_.Answer(); }
+    bool SetClipRect(const Velmora::VideoRect&) override { return script_.Answer(); }
     bool GetNativeSize(unsigned short& width, unsigned short& height, double& aspectRatio) override;
     bool GetVideoFrame(unsigned char* buffer, std::uint32_t size) override;
     bool GetSeekableTimeRanges(std::vector<ByteRange>& byteRanges, std::vector<TimeRange>& timeRanges) override;
     bool GetBufferedTimeRanges(std::vector<ByteRange>& byteRanges, std::vector<TimeRange>& timeRanges) override;
-    bool CanPlayURL(const std::string&) override;
-    void Play() override;
-    void Stop() override;
-    void Pause(bool) override;
-    void SetPlaybackRate(double) override;
-    void SetVolume(double) override;
+    bool CanPlayURL(const std::string&) override { return script_.Answer(); }
+    void Play() override { script_.Act(); }
+    void Stop() override { script_.Act(); }
+    void Pause(bool) override { script_.Act(); }
+    void SetPlaybackRate(double) override { script_.Act(); }
+    void SetVolume(double) override { script_.Act(); }
     bool GetDuration(double& duration) override;
-    void SetContentSize(std::uint32_t, std::uint32_t) override;
+    void SetContentSize(std::uint32_t, std::uint32_t) override { script_.Act(); }
     bool GetPosition(double& position) override;
-    bool SetPosition(double) override;
-    void SetVisibility(bool) override;
-    void GetSizeFromDuration() override;
+    bool SetPosition(double) override { return script_.Answer(); }
+    void SetVisibility(bool) override { script_.Act(); }
+    void GetSizeFromDuration() override { script_.Act(); }
     void WriteData(boost::shared_ptr<Velmora::BackendEvent> event, unsigned int, UVABackend::WriteDataStatus) override;
     void WriteMseData(boost::shared_ptr<Velmora::BackendEvent> event, UVABackend::WriteDataStatus) override;
     bool CanPlayType(const std::string&, const std::vector<std::string>&, const std::string&) override;
-    void SetFullScreen(bool) override;
+    void SetFullScreen(bool) override { script_.Act(); }
     void GetSupportedMimetypes(std::vector<std::string>& types) override;
-    void SetLoop(std::string) override;
-    void SelectComponent(Velmora::IAvComponent*) override;
-    void UnselectComponent(Velmora::IAvComponent*) override;
-    void SetSource(std::string) override;
-    void OnListenerChanged(std::string) override;
-    void SetBufferingStrategy(bool) override;
-    void GetBytesInBuffer(unsigned int& bytes) override;
-    void SetKeySystem(std::string) override;
+    void SetLoop(std::string) override { script_.Act(); }
+    void SelectComponent(Velmora::IAvComponent*) override { script_.Act(); }
+    void UnselectComponent(Velmora::IAvComponent*) override { script_.Act(); }
+    void SetSource(std::string) override { script_.Act(); }
+    void OnListenerChanged(std::string) override { script_.Act(); }
+    void SetBufferingStrategy(bool) override { script_.Act(); }
+    void GetBytesInBuffer(unsigned int& bytes) override { bytes = script_.Act(script_.input.U32()); }
+    void SetKeySystem(std::string) override { script_.Act(); }
     boost::signals2::connection ConnectDrmBackendRequest(const DrmBackendRequestSlot& slot) override;
 
 private:
@@ -130,36 +136,36 @@ public:
     EventSignal events;
 
     boost::signals2::connection ConnectEvent(const EventSlot& slot) override;
-    void InitBackend(const std::string&) override;
-    void Release() override;
-    bool SetVideoWindow(const Velmora::VideoRect&) override;
-    bool SetClipRect(const Velmora::VideoRect&) override;
-    void SetFullScreen(bool) override;
-    void SetVisibility(bool, bool) override;
-    void SetVolume(double) override;
-    void NextChannel() override;
-    void PreviousChannel() override;
-    void Stop() override;
-    void SelectComponent(Velmora::IAvComponent*) override;
-    void UnselectComponent(Velmora::IAvComponent*) override;
-    void GetPlayState(std::int32_t& state) override;
-    void OnListenerChanged(const std::string&) override;
+    void InitBackend(const std::string&) override { script_.Act(); }
+    void Release() override { script_.Act(); }
+    bool SetVideoWindow(const Velmora::VideoRect&) override { return script_.Answer(); }
+    bool SetClipRect(const Velmora::VideoRect&) override { return script_.Answer(); }
+    void SetFullScreen(bool) override { script_.Act(); }
+    void SetVisibility(bool, bool) override { script_.Act(); }
+    void SetVolume(double) override { script_.Act(); }
+    void NextChannel() override { script_.Act(); }
+    void PreviousChannel() override { script_.Act(); }
+    void Stop() override { script_.Act(); }
+    void SelectComponent(Velmora::IAvComponent*) override { script_.Act(); }
+    void UnselectComponent(Velmora::IAvComponent*) override { script_.Act(); }
+    void GetPlayState(std::int32_t& state) override { state = script_.Act(script_.input.I32()); }
+    void OnListenerChanged(const std::string&) override { script_.Act(); }
     boost::shared_ptr<void> GetCurrentChannel() override;
-    void SetChannel(void*, bool, bool, const std::string&, bool, bool) override;
-    void BindToCurrentChannel() override;
-    void GetPlaybackOffset(std::uint32_t& offset) override;
-    void GetMaxOffset(std::uint32_t& offset) override;
+    void SetChannel(void*, bool, bool, const std::string&, bool, bool) override { script_.Act(); }
+    void BindToCurrentChannel() override { script_.Act(); }
+    void GetPlaybackOffset(std::uint32_t& offset) override { offset = script_.Act(script_.input.U32()); }
+    void GetMaxOffset(std::uint32_t& offset) override { offset = script_.Act(script_.input.U32()); }
     void GetPlaybackSpeeds(std::vector<double>& speeds) override;
-    bool RecordNow() override;
-    bool StopRecording() override;
-    void Pause() override;
-    void Resume() override;
-    void SetPlaybackSpeed(double) override;
-    void SetPosition(std::int32_t, UVABackend::PositionReference) override;
-    void StopTimeShift() override;
-    void GetRecordingState(std::int32_t& state) override;
-    void GetPosition(std::uint32_t& position) override;
-    void GetPlaybackSpeed(double& speed) override;
+    bool RecordNow() override { return script_.Answer(); }
+    bool StopRecording() override { return script_.Answer(); }
+    void Pause() override { script_.Act(); }
+    void Resume() override { script_.Act(); }
+    void SetPlaybackSpeed(double) override { script_.Act(); }
+    void SetPosition(std::int32_t, UVABackend::PositionReference) override { script_.Act(); }
+    void StopTimeShift() override { script_.Act(); }
+    void GetRecordingState(std::int32_t& state) override { state = script_.Act(script_.input.I32()); }
+    void GetPosition(std::uint32_t& position) override { position = script_.Act(script_.input.U32()); }
+    void GetPlaybackSpeed(double& speed) override { speed = script_.Act(script_.input.Double()); }
 
 private:
     StackScript& script_;
@@ -190,8 +196,8 @@ public:
     bool GenerateKeyRequest(boost::shared_ptr<unsigned char> initData, std::uint32_t initDataSize) override;
     bool AddKey(boost::shared_ptr<unsigned char> key, std::uint32_t keySize, boost::shared_ptr<unsigned char> initData,
                 std::uint32_t initDataSize, const std::string& sessionId) override;
-    bool CancelKeyRequest(const std::string& sessionId) override;
-    bool GetKeyReleases() override;
+    bool CancelKeyRequest(const std::string&) override { return script_.Answer(); }
+    bool GetKeyReleases() override { return script_.Answer(); }
     bool AddKeyReleaseCommit(boost::shared_ptr<unsigned char> data, std::uint32_t size,
                              const std::string& sessionId) override;
     bool SendDrmMessage(const std::string& msgType, const std::string& msg, std::string& sessionId) override;

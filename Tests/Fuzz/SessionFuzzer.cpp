@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <iterator>
 #include <memory>
 #include <set>
 #include <vector>
@@ -31,16 +32,6 @@ class Session;
 
 // Reads a browser text the way the browser would, so that a text the library left unterminated or
 // freed is caught here.
-// VELMORA_FUZZ_TRACE=1 prints the session an input plays, to make a finding readable.
-const bool kTrace = std::getenv("VELMORA_FUZZ_TRACE") != nullptr;
-
-#define FUZZ_TRACE(...)                        \
-    do {                                       \
-        if (kTrace) {                          \
-            std::fprintf(stderr, __VA_ARGS__); \
-        }                                      \
-    } while (false)
-
 volatile std::size_t readCharacters = 0;
 void Read(const char* text) { readCharacters = readCharacters + (text == nullptr ? 0 : std::strlen(text)); }
 
@@ -174,12 +165,6 @@ private:
         BrowserClient* client;
     };
 
-    enum Operation : std::uint8_t {
-        kRequestBackend, kReleaseBackend, kReleaseForeign, kRequestDrm, kReleaseDrm, kSupportedIds, kMediaCall,
-        kBroadcastCall, kDrmCall, kWriteData, kRaiseEvent, kRaiseDrmEvent, kComponentState, kDrmRequest,
-        kHandleLookup, kDropComponent, kClientChoice, kRestart, kOperationCount,
-    };
-
     void Start() {
         uva_ = new FuzzUva(script_, stack_);
         try {
@@ -219,7 +204,6 @@ private:
     }
 
     void Release(Held& held) {
-        FUZZ_TRACE("  release %p\n", static_cast<void*>(held.pointer));
         UVA_ReleaseBackend(held.pointer);
         held.pointer = nullptr;
         if (held.client != nullptr) {
@@ -227,7 +211,11 @@ private:
         }
     }
 
+    // Null when the browser asks without a client.
     BrowserClient* NewClient() {
+        if (browser_.Byte() % 8 == 7) {
+            return nullptr;
+        }
         clients_.emplace_back(new BrowserClient(*this));
         return clients_.back().get();
     }
@@ -267,170 +255,147 @@ private:
         return components_[which % components_.size()];
     }
 
+    // Any entry of `list`, picked by `which`; null when the list is empty.
+    template <typename T>
+    static T* Choose(std::vector<T>& list, std::uint8_t which) {
+        return list.empty() ? nullptr : &list[which % list.size()];
+    }
+
     void Step() {
-        const int operation = browser_.Byte() % kOperationCount;
-        FUZZ_TRACE("browser operation %d\n", operation);
-        switch (operation) {
-            case kRequestBackend: {
-                const auto type = browser_.EnumUpTo<UVABackend::UVABackendType>(3);
-                BrowserClient* client = browser_.Byte() % 8 == 7 ? nullptr : NewClient();
-                UVABackend* backend = UVA_RequestBackend(type, client);
-                FUZZ_TRACE("  request type %d client %p -> %p\n", static_cast<int>(type), static_cast<void*>(client),
-                           static_cast<void*>(backend));
-                if (backend != nullptr) {
-                    if (client != nullptr) {
-                        client->backend = backend;
-                    }
-                    backends_.push_back({backend, client});
-                }
-                break;
+        using Operation = void (Session::*)();
+        static constexpr Operation kOperations[] = {
+            &Session::RequestBackend, &Session::ReleaseBackend, &Session::ReleaseForeign, &Session::RequestDrm,
+            &Session::ReleaseDrm,     &Session::SupportedIds,   &Session::MediaCall,      &Session::BroadcastCall,
+            &Session::DrmCall,        &Session::WriteData,      &Session::RaiseEvent,     &Session::RaiseDrmEvent,
+            &Session::ComponentState, &Session::DrmRequest,     &Session::HandleLookup,   &Session::DropComponent,
+            &Session::ClientChoice,   &Session::Restart,
+        };
+        (this->*kOperations[browser_.Byte() % std::size(kOperations)])();
+    }
+
+    void RequestBackend() {
+        const auto type = browser_.EnumUpTo<UVABackend::UVABackendType>(3);
+        BrowserClient* client = NewClient();
+        if (UVABackend* backend = UVA_RequestBackend(type, client)) {
+            if (client != nullptr) {
+                client->backend = backend;
             }
-            case kReleaseBackend: {
-                const std::uint8_t which = browser_.Byte();
-                if (backends_.empty()) {
-                    break;
-                }
-                Held& held = backends_[which % backends_.size()];
-                if (held.pointer != nullptr) {
-                    UVABackend* const released = held.pointer;
-                    Release(held);
-                    if (which & 0x80) {
-                        // A second release of the same pointer, before anything else was requested.
-                        UVA_ReleaseBackend(released);
-                    }
-                }
-                break;
-            }
-            case kReleaseForeign: {
-                if (browser_.Bool()) {
-                    UVA_ReleaseBackend(nullptr);
-                    UVADRM_ReleaseBackend(nullptr);
-                } else {
-                    UVADRM_ReleaseBackend(&foreignDrm_);
-                }
-                break;
-            }
-            case kRequestDrm: {
-                const Text keySystem = browser_.TextOrNull();
-                BrowserClient* client = browser_.Byte() % 8 == 7 ? nullptr : NewClient();
-                if (UVADRMBackend* drm = UVADRM_RequestBackend(keySystem.Pointer(), client)) {
-                    drmBackends_.push_back(drm);
-                }
-                break;
-            }
-            case kReleaseDrm: {
-                const std::uint8_t which = browser_.Byte();
-                if (!drmBackends_.empty() && drmBackends_[which % drmBackends_.size()] != nullptr) {
-                    UVADRM_ReleaseBackend(drmBackends_[which % drmBackends_.size()]);
-                    drmBackends_[which % drmBackends_.size()] = nullptr;
-                }
-                break;
-            }
-            case kSupportedIds: {
-                const char** ids = nullptr;
-                if (UVADRM_GetSupportedBackendIDs(ids) == UVA_STATUS_OK && ids != nullptr) {
-                    for (const char** id = ids; *id != nullptr; ++id) {
-                        Read(*id);
-                    }
-                    delete[] ids;
-                }
-                break;
-            }
-            case kMediaCall:
-                if (auto* media = Pick<UVAMediaBackend>(false)) {
-                    MediaCall(*media);
-                }
-                break;
-            case kBroadcastCall:
-                if (auto* broadcast = Pick<UVAVideoBroadcastBackend>(true)) {
-                    BroadcastCall(*broadcast);
-                }
-                break;
-            case kDrmCall: {
-                const std::uint8_t which = browser_.Byte();
-                if (!drmBackends_.empty() && drmBackends_[which % drmBackends_.size()] != nullptr) {
-                    DrmCall(*drmBackends_[which % drmBackends_.size()]);
-                }
-                break;
-            }
-            case kWriteData: {
-                BrowserClient* client = nullptr;
-                if (auto* media = Pick<UVAMediaBackend>(false, &client)) {
-                    WriteData(*media, client);
-                }
-                break;
-            }
-            case kRaiseEvent: RaiseEvent(); break;
-            case kRaiseDrmEvent: {
-                const std::uint8_t which = browser_.Byte();
-                if (!stack_.drmEvents.empty()) {
-                    const auto event = MakeDrmEvent(browser_);
-                    Raise([&] { (*stack_.drmEvents[which % stack_.drmEvents.size()])(event); });
-                }
-                break;
-            }
-            case kComponentState: {
-                const std::uint8_t which = browser_.Byte();
-                const bool active = browser_.Bool();
-                if (!stack_.components.empty()) {
-                    auto& component = static_cast<FuzzComponent&>(*stack_.components[which % stack_.components.size()]);
-                    Raise([&] { component.state(active); });
-                }
-                break;
-            }
-            case kDrmRequest: {
-                const std::uint8_t which = browser_.Byte();
-                const std::string keySystem = browser_.String();
-                std::vector<FuzzMediaBackend*> media;
-                for (const StackObjects::Backend& backend : stack_.backends) {
-                    if (backend.media != nullptr) {
-                        media.push_back(backend.media);
-                    }
-                }
-                if (!media.empty()) {
-                    Raise([&] {
-                        Velmora::IDrmBackend* drm = media[which % media.size()]->RequestDrmBackend(keySystem);
-                        if (auto* ours = dynamic_cast<FuzzDrmBackend*>(drm)) {
-                            ours->events.num_slots();  // still alive
-                        }
-                    });
-                }
-                break;
-            }
-            case kHandleLookup: {
-                void* handle = HandleOf(browser_.Byte());
-                if (uva_ != nullptr) {
-                    Raise([&] {
-                        boost::shared_ptr<Velmora::IBackend> found;
-                        uva_->handleLookups(handle, found);
-                    });
-                }
-                break;
-            }
-            case kDropComponent: {
-                const std::uint8_t which = browser_.Byte();
-                if (!components_.empty()) {
-                    const auto position = components_.begin() + which % components_.size();
-                    UVABackend::AVComponent* component = *position;
-                    components_.erase(position);
-                    component->stopPreventingDestruction();
-                }
-                break;
-            }
-            case kClientChoice: {
-                drmAnswer_ = browser_.Byte();
-                const std::uint8_t which = browser_.Byte();
-                if (!clients_.empty()) {
-                    clients_[which % clients_.size()]->releaseInHandler = browser_.Bool();
-                }
-                break;
-            }
-            case kRestart:
-                Stop();
-                Start();
-                break;
-            default: break;
+            backends_.push_back({backend, client});
         }
+    }
+
+    void ReleaseBackend() {
+        const std::uint8_t which = browser_.Byte();
+        Held* held = Choose(backends_, which);
+        if (held != nullptr && held->pointer != nullptr) {
+            UVABackend* const released = held->pointer;
+            Release(*held);
+            if (which & 0x80) {
+                // A second release of the same pointer, before anything else was requested.
+                UVA_ReleaseBackend(released);
+            }
+        }
+    }
+
+    void ReleaseForeign() {
+        if (browser_.Bool()) {
+            UVA_ReleaseBackend(nullptr);
+            UVADRM_ReleaseBackend(nullptr);
+        } else {
+            UVADRM_ReleaseBackend(&foreignDrm_);
+        }
+    }
+
+    void RequestDrm() {
+        const Text keySystem = browser_.TextOrNull();
+        if (UVADRMBackend* drm = UVADRM_RequestBackend(keySystem.Pointer(), NewClient())) {
+            drmBackends_.push_back(drm);
+        }
+    }
+
+    void ReleaseDrm() {
+        UVADRMBackend** drm = Choose(drmBackends_, browser_.Byte());
+        if (drm != nullptr && *drm != nullptr) {
+            UVADRM_ReleaseBackend(*drm);
+            *drm = nullptr;
+        }
+    }
+
+    void SupportedIds() {
+        const char** ids = nullptr;
+        if (UVADRM_GetSupportedBackendIDs(ids) == UVA_STATUS_OK && ids != nullptr) {
+            for (const char** id = ids; *id != nullptr; ++id) {
+                Read(*id);
+            }
+            delete[] ids;
+        }
+    }
+
+    void RaiseDrmEvent() {
+        DrmEventSignal** events = Choose(stack_.drmEvents, browser_.Byte());
+        if (events != nullptr) {
+            const auto event = MakeDrmEvent(browser_);
+            Raise([&] { (**events)(event); });
+        }
+    }
+
+    void ComponentState() {
+        const std::uint8_t which = browser_.Byte();
+        const bool active = browser_.Bool();
+        if (auto* component = Choose(stack_.components, which)) {
+            Raise([&] { static_cast<FuzzComponent&>(**component).state(active); });
+        }
+    }
+
+    void DrmRequest() {
+        const std::uint8_t which = browser_.Byte();
+        const std::string keySystem = browser_.String();
+        std::vector<FuzzMediaBackend*> media;
+        for (const StackObjects::Backend& backend : stack_.backends) {
+            if (backend.media != nullptr) {
+                media.push_back(backend.media);
+            }
+        }
+        if (FuzzMediaBackend** asked = Choose(media, which)) {
+            Raise([&] {
+                Velmora::IDrmBackend* drm = (*asked)->RequestDrmBackend(keySystem);
+                if (auto* ours = dynamic_cast<FuzzDrmBackend*>(drm)) {
+                    ours->events.num_slots();  // still alive
+                }
+            });
+        }
+    }
+
+    void HandleLookup() {
+        void* handle = HandleOf(browser_.Byte());
+        if (uva_ != nullptr) {
+            Raise([&] {
+                boost::shared_ptr<Velmora::IBackend> found;
+                uva_->handleLookups(handle, found);
+            });
+        }
+    }
+
+    void DropComponent() {
+        const std::uint8_t which = browser_.Byte();
+        if (!components_.empty()) {
+            const auto position = components_.begin() + which % components_.size();
+            UVABackend::AVComponent* component = *position;
+            components_.erase(position);
+            component->stopPreventingDestruction();
+        }
+    }
+
+    void ClientChoice() {
+        drmAnswer_ = browser_.Byte();
+        if (auto* client = Choose(clients_, browser_.Byte())) {
+            (*client)->releaseInHandler = browser_.Bool();
+        }
+    }
+
+    void Restart() {
+        Stop();
+        Start();
     }
 
     // The media stack sees whatever its raising throws; the browser must not have been stopped by it.
@@ -465,10 +430,16 @@ private:
         Raise([&] { events(event); });
     }
 
-    void MediaCall(UVAMediaBackend& media);
-    void BroadcastCall(UVAVideoBroadcastBackend& broadcast);
-    void DrmCall(UVADRMBackend& drm);
-    void WriteData(UVAMediaBackend& media, BrowserClient* client);
+    void MediaCall();
+    void BroadcastCall();
+    void DrmCall();
+    void WriteData();
+    template <typename Backend>
+    void Window(Backend& backend);
+    template <typename Backend>
+    void Visibility(Backend& backend);
+    template <typename Backend>
+    void Select(Backend& backend);
     UVABackend::SourceDescription* Source();
 
     FuzzInput browser_;
@@ -487,7 +458,6 @@ private:
 
 void BrowserClient::handleEvent(UVAEvent* event) {
     std::unique_ptr<UVAEvent> owned(event);
-    FUZZ_TRACE("  client %p: event %d\n", static_cast<void*>(this), static_cast<int>(event->getType()));
     switch (event->getType()) {
         case UVAEvent::NEED_MSE_DATA: {
             auto& need = As<NeedMSEDataEvent>(*event);
@@ -516,7 +486,6 @@ void BrowserClient::handleEvent(UVAEvent* event) {
         case UVAEvent::COMPONENT_CHANGED: {
             const auto& change = As<ComponentChangedEvent>(*event);
             UVABackend::AVComponent* component = change.component;
-            FUZZ_TRACE("  component %p action %d\n", static_cast<void*>(component), change.action);
             if (change.action == ComponentChangedEvent::ADDED) {
                 announced_.insert(component);
             } else if (change.action == ComponentChangedEvent::REMOVED) {
@@ -576,330 +545,269 @@ UVABackend::SourceDescription* Session::Source() {
     return UVABackend::SourceDescription::Streaming(type, sourceId, encrypted, track, mime.Pointer());
 }
 
-void Session::MediaCall(UVAMediaBackend& media) {
-    enum : std::uint8_t {
-        kInit, kAttach, kRemove, kSetSource, kQueue, kLoop, kWindowId, kVideoWindow, kClipRect, kNativeSize, kFrame,
-        kBuffered, kSeekable, kCanPlayUrl, kCanPlayType, kMimetypes, kPlay, kStop, kPause, kRate, kVolume,
-        kDuration, kContentSize, kGetPosition, kSetPosition, kVisibility, kSizeFromDuration, kFullScreen,
-        kListener, kBuffering, kBytesInBuffer, kKeySystem, kSelect, kUnselect, kCount,
+// What media and broadcast back-ends share: the same browser calls, read from the script the same way.
+template <typename Backend>
+void Session::Window(Backend& backend) {
+    const int x = browser_.I32(), y = browser_.I32(), width = browser_.I32(), height = browser_.I32();
+    (void)(browser_.Bool() ? backend.setVideoWindow(x, y, width, height) : backend.setClipRect(x, y, width, height));
+}
+
+template <typename Backend>
+void Session::Visibility(Backend& backend) {
+    const bool visible = browser_.Bool();
+    backend.setVisibility(visible, browser_.Bool());
+}
+
+template <typename Backend>
+void Session::Select(Backend& backend) {
+    const bool select = browser_.Bool();
+    bool foreign = false;
+    UVABackend::AVComponent* component = PickComponent(foreign);
+    (void)(select ? backend.selectComponent(component) : backend.unselectComponent(component));
+    if (foreign) {
+        component->backendMarkUnused();
+    }
+}
+
+// One table entry per browser call; an entry reads its arguments from the browser's script in order.
+void Session::MediaCall() {
+    UVAMediaBackend* const media = Pick<UVAMediaBackend>(false);
+    if (media == nullptr) {
+        return;
+    }
+    static constexpr auto kTimeRanges = [](auto&, auto& in, auto& m) {
+        UVABackend::TimeRange** ranges = nullptr;
+        (void)(in.Bool() ? m.getBufferedTimeRanges(nullptr, ranges) : m.getSeekableTimeRanges(nullptr, ranges));
+        for (auto** range = ranges; range != nullptr && *range != nullptr; ++range) {
+            delete *range;
+        }
+        delete[] ranges;
     };
-    switch (browser_.Byte() % kCount) {
-        case kInit: {
-            const Text url = browser_.TextOrNull();
-            const std::uint8_t count = browser_.Byte() % 5;
+    using Call = void (*)(Session&, FuzzInput&, UVAMediaBackend&);
+    static const Call kCalls[] = {
+        [](auto& session, auto& in, auto& m) {
+            const Text url = in.TextOrNull();
+            const std::uint8_t count = in.Byte() % 5;
             UVABackend::SourceDescription** sources = nullptr;
             if (count != 4) {
                 sources = new UVABackend::SourceDescription*[count + 1]();
                 for (std::uint8_t index = 0; index < count; ++index) {
-                    sources[index] = Source();
+                    sources[index] = session.Source();
                 }
             }
-            if (media.initBackend(url.Pointer(), sources, browser_.Bool()) != UVA_STATUS_OK && sources != nullptr) {
+            if (m.initBackend(url.Pointer(), sources, in.Bool()) != UVA_STATUS_OK && sources != nullptr) {
                 for (auto** source = sources; *source != nullptr; ++source) {
                     delete *source;
                 }
                 delete[] sources;
             }
-            break;
-        }
-        case kAttach: {
-            UVABackend::SourceDescription* source = browser_.Bool() ? nullptr : Source();
-            if (media.attachSource(source) != UVA_STATUS_OK) {
+        },
+        [](auto& session, auto& in, auto& m) {
+            UVABackend::SourceDescription* source = in.Bool() ? nullptr : session.Source();
+            if (m.attachSource(source) != UVA_STATUS_OK) {
                 delete source;
             }
-            break;
-        }
-        case kRemove: media.removeSource(browser_.U32()); break;
-        case kSetSource: media.setSource(browser_.TextOrNull().Pointer()); break;
-        case kQueue: media.queue(browser_.TextOrNull().Pointer()); break;
-        case kLoop: media.setLoop(browser_.TextOrNull().Pointer()); break;
-        case kWindowId: media.setWindowId(browser_.U32()); break;
-        case kVideoWindow:
-        case kClipRect: {
-            const int x = browser_.I32(), y = browser_.I32(), width = browser_.I32(), height = browser_.I32();
-            (void)(browser_.Bool() ? media.setVideoWindow(x, y, width, height) : media.setClipRect(x, y, width, height));
-            break;
-        }
-        case kNativeSize: {
+        },
+        [](auto&, auto& in, auto& m) { m.removeSource(in.U32()); },
+        [](auto&, auto& in, auto& m) { m.setSource(in.TextOrNull().Pointer()); },
+        [](auto&, auto& in, auto& m) { m.queue(in.TextOrNull().Pointer()); },
+        [](auto&, auto& in, auto& m) { m.setLoop(in.TextOrNull().Pointer()); },
+        [](auto&, auto& in, auto& m) { m.setWindowId(in.U32()); },
+        [](auto& session, auto&, auto& m) { session.Window(m); },
+        [](auto& session, auto&, auto& m) { session.Window(m); },
+        [](auto&, auto&, auto& m) {
             int width = 0, height = 0;
             double aspect = 0;
-            media.getNativeSize(width, height, aspect);
-            break;
-        }
-        case kFrame: {
-            std::vector<unsigned char> frame(browser_.Byte());
-            media.getVideoFrame(frame.empty() ? nullptr : frame.data(), static_cast<unsigned>(frame.size()));
-            break;
-        }
-        case kBuffered:
-        case kSeekable: {
-            UVABackend::TimeRange** ranges = nullptr;
-            if (browser_.Bool()) {
-                media.getBufferedTimeRanges(nullptr, ranges);
-            } else {
-                media.getSeekableTimeRanges(nullptr, ranges);
-            }
-            for (auto** range = ranges; range != nullptr && *range != nullptr; ++range) {
-                delete *range;
-            }
-            delete[] ranges;
-            break;
-        }
-        case kCanPlayUrl: media.canPlayURL(browser_.TextOrNull().Pointer()); break;
-        case kCanPlayType: {
-            const Text type = browser_.TextOrNull();
-            const Text keySystem = browser_.TextOrNull();
-            std::vector<Text> codecs(browser_.Byte() % 4);
-            for (Text& codec : codecs) {
-                codec = browser_.TextOrNull();
-                codec.null = false;  // a codec list ends at its first null entry
-            }
+            m.getNativeSize(width, height, aspect);
+        },
+        [](auto&, auto& in, auto& m) {
+            std::vector<unsigned char> frame(in.Byte());
+            m.getVideoFrame(frame.empty() ? nullptr : frame.data(), static_cast<unsigned>(frame.size()));
+        },
+        kTimeRanges,
+        kTimeRanges,
+        [](auto&, auto& in, auto& m) { m.canPlayURL(in.TextOrNull().Pointer()); },
+        [](auto&, auto& in, auto& m) {
+            const Text type = in.TextOrNull();
+            const Text keySystem = in.TextOrNull();
+            std::vector<Text> codecs(in.Byte() % 4);
             std::vector<const char*> list;
-            for (const Text& codec : codecs) {
+            for (Text& codec : codecs) {
+                codec = in.TextOrNull();
+                codec.null = false;  // a codec list ends at its first null entry
                 list.push_back(codec.Pointer());
             }
             list.push_back(nullptr);
-            media.canPlayType(type.Pointer(), browser_.Bool() ? nullptr : list.data(), keySystem.Pointer());
-            break;
-        }
-        case kMimetypes: {
+            m.canPlayType(type.Pointer(), in.Bool() ? nullptr : list.data(), keySystem.Pointer());
+        },
+        [](auto&, auto&, auto& m) {
             char** types = nullptr;
-            if (media.getSupportedMimetypes(types) == UVA_STATUS_OK && types != nullptr) {
+            if (m.getSupportedMimetypes(types) == UVA_STATUS_OK && types != nullptr) {
                 for (char** type = types; *type != nullptr; ++type) {
                     Read(*type);
                     std::free(*type);
                 }
                 delete[] types;
             }
-            break;
-        }
-        case kPlay: media.play(); break;
-        case kStop: media.stop(); break;
-        case kPause: media.pause(browser_.Bool()); break;
-        case kRate: media.setPlaybackRate(browser_.Double()); break;
-        case kVolume: media.setVolume(browser_.Double()); break;
-        case kDuration: {
-            double duration = 0;
-            media.getDuration(duration);
-            break;
-        }
-        case kContentSize: {
-            const unsigned width = browser_.U32();
-            media.setContentSize(width, browser_.U32());
-            break;
-        }
-        case kGetPosition: {
-            double position = 0;
-            media.getPosition(position);
-            break;
-        }
-        case kSetPosition: media.setPosition(browser_.Double()); break;
-        case kVisibility: {
-            const bool visible = browser_.Bool();
-            media.setVisibility(visible, browser_.Bool());
-            break;
-        }
-        case kSizeFromDuration: {
-            unsigned size = 0;
-            media.getSizeFromDuration(browser_.Double(), size);
-            break;
-        }
-        case kFullScreen: media.setFullScreen(browser_.Bool()); break;
-        case kListener: media.onListenerChanged(browser_.TextOrNull().Pointer()); break;
-        case kBuffering: media.setBufferingStrategy(browser_.EnumUpTo<UVABackend::BufferingStrategy>(3)); break;
-        case kBytesInBuffer: {
-            unsigned bytes = 0;
-            media.getBytesInBuffer(bytes);
-            break;
-        }
-        case kKeySystem: media.setKeySystem(browser_.TextOrNull().Pointer()); break;
-        case kSelect:
-        case kUnselect: {
-            const bool select = browser_.Bool();
-            bool foreign = false;
-            UVABackend::AVComponent* component = PickComponent(foreign);
-            (void)(select ? media.selectComponent(component) : media.unselectComponent(component));
-            if (foreign) {
-                component->backendMarkUnused();
-            }
-            break;
-        }
-        default: break;
-    }
+        },
+        [](auto&, auto&, auto& m) { m.play(); },
+        [](auto&, auto&, auto& m) { m.stop(); },
+        [](auto&, auto& in, auto& m) { m.pause(in.Bool()); },
+        [](auto&, auto& in, auto& m) { m.setPlaybackRate(in.Double()); },
+        [](auto&, auto& in, auto& m) { m.setVolume(in.Double()); },
+        [](auto&, auto&, auto& m) { double duration = 0; m.getDuration(duration); },
+        [](auto&, auto& in, auto& m) {
+            const unsigned width = in.U32();
+            m.setContentSize(width, in.U32());
+        },
+        [](auto&, auto&, auto& m) { double position = 0; m.getPosition(position); },
+        [](auto&, auto& in, auto& m) { m.setPosition(in.Double()); },
+        [](auto& session, auto&, auto& m) { session.Visibility(m); },
+        [](auto&, auto& in, auto& m) { unsigned size = 0; m.getSizeFromDuration(in.Double(), size); },
+        [](auto&, auto& in, auto& m) { m.setFullScreen(in.Bool()); },
+        [](auto&, auto& in, auto& m) { m.onListenerChanged(in.TextOrNull().Pointer()); },
+        [](auto&, auto& in, auto& m) { m.setBufferingStrategy(in.template EnumUpTo<UVABackend::BufferingStrategy>(3)); },
+        [](auto&, auto&, auto& m) { unsigned bytes = 0; m.getBytesInBuffer(bytes); },
+        [](auto&, auto& in, auto& m) { m.setKeySystem(in.TextOrNull().Pointer()); },
+        [](auto& session, auto&, auto& m) { session.Select(m); },
+        [](auto& session, auto&, auto& m) { session.Select(m); },
+    };
+    kCalls[browser_.Byte() % std::size(kCalls)](*this, browser_, *media);
 }
 
-void Session::BroadcastCall(UVAVideoBroadcastBackend& broadcast) {
-    enum : std::uint8_t {
-        kWindowId, kInit, kRelease, kVideoWindow, kFullScreen, kVisibility, kVolume, kNext, kPrevious, kStop,
-        kSelect, kPlayState, kListener, kCurrentChannel, kSetChannel, kBind, kOffset, kMaxOffset, kSpeeds, kRecord,
-        kStopRecording, kPause, kResume, kSetSpeed, kSetPosition, kStopTimeShift, kRecordingState, kGetPosition,
-        kGetSpeed, kCount,
+void Session::BroadcastCall() {
+    UVAVideoBroadcastBackend* const broadcast = Pick<UVAVideoBroadcastBackend>(true);
+    if (broadcast == nullptr) {
+        return;
+    }
+    static constexpr auto kOffset = [](auto&, auto& in, auto& b) {
+        double offset = 0;
+        (void)(in.Bool() ? b.getPlaybackOffset(offset) : b.getMaxOffset(offset));
     };
-    switch (browser_.Byte() % kCount) {
-        case kWindowId: broadcast.setWindowId(HandleOf(browser_.Byte())); break;
-        case kInit: broadcast.initBackend(browser_.TextOrNull().Pointer()); break;
-        case kRelease: broadcast.release(); break;
-        case kVideoWindow: {
-            const int x = browser_.I32(), y = browser_.I32(), width = browser_.I32(), height = browser_.I32();
-            (void)(browser_.Bool() ? broadcast.setVideoWindow(x, y, width, height)
-                                   : broadcast.setClipRect(x, y, width, height));
-            break;
-        }
-        case kFullScreen: broadcast.setFullScreen(browser_.Bool()); break;
-        case kVisibility: {
-            const bool visible = browser_.Bool();
-            broadcast.setVisibility(visible, browser_.Bool());
-            break;
-        }
-        case kVolume: broadcast.setVolume(browser_.Double()); break;
-        case kNext: broadcast.nextChannel(); break;
-        case kPrevious: broadcast.previousChannel(); break;
-        case kStop: broadcast.stop(); break;
-        case kSelect: {
-            const bool select = browser_.Bool();
-            bool foreign = false;
-            UVABackend::AVComponent* component = PickComponent(foreign);
-            (void)(select ? broadcast.selectComponent(component) : broadcast.unselectComponent(component));
-            if (foreign) {
-                component->backendMarkUnused();
-            }
-            break;
-        }
-        case kPlayState: {
-            UVAVideoBroadcastBackend::PlayState state{};
-            broadcast.getPlayState(state);
-            break;
-        }
-        case kListener: broadcast.onListenerChanged(browser_.TextOrNull().Pointer()); break;
-        case kCurrentChannel: {
-            void* channel = nullptr;
-            broadcast.getCurrentChannel(channel);
-            break;
-        }
-        case kSetChannel: {
-            void* channel = HandleOf(browser_.Byte());
-            const std::uint8_t flags = browser_.Byte();
-            const Text access = browser_.TextOrNull();
-            broadcast.setChannel(channel, flags & 1, flags & 2, access.Pointer(), flags & 4, flags & 8);
-            break;
-        }
-        case kBind: broadcast.bindToCurrentChannel(); break;
-        case kOffset:
-        case kMaxOffset: {
-            double offset = 0;
-            (void)(browser_.Bool() ? broadcast.getPlaybackOffset(offset) : broadcast.getMaxOffset(offset));
-            break;
-        }
-        case kSpeeds: {
+    using Call = void (*)(Session&, FuzzInput&, UVAVideoBroadcastBackend&);
+    static const Call kCalls[] = {
+        [](auto&, auto& in, auto& b) { b.setWindowId(HandleOf(in.Byte())); },
+        [](auto&, auto& in, auto& b) { b.initBackend(in.TextOrNull().Pointer()); },
+        [](auto&, auto&, auto& b) { b.release(); },
+        [](auto& session, auto&, auto& b) { session.Window(b); },
+        [](auto&, auto& in, auto& b) { b.setFullScreen(in.Bool()); },
+        [](auto& session, auto&, auto& b) { session.Visibility(b); },
+        [](auto&, auto& in, auto& b) { b.setVolume(in.Double()); },
+        [](auto&, auto&, auto& b) { b.nextChannel(); },
+        [](auto&, auto&, auto& b) { b.previousChannel(); },
+        [](auto&, auto&, auto& b) { b.stop(); },
+        [](auto& session, auto&, auto& b) { session.Select(b); },
+        [](auto&, auto&, auto& b) { UVAVideoBroadcastBackend::PlayState state{}; b.getPlayState(state); },
+        [](auto&, auto& in, auto& b) { b.onListenerChanged(in.TextOrNull().Pointer()); },
+        [](auto&, auto&, auto& b) { void* channel = nullptr; b.getCurrentChannel(channel); },
+        [](auto&, auto& in, auto& b) {
+            void* channel = HandleOf(in.Byte());
+            const std::uint8_t flags = in.Byte();
+            const Text access = in.TextOrNull();
+            b.setChannel(channel, flags & 1, flags & 2, access.Pointer(), flags & 4, flags & 8);
+        },
+        [](auto&, auto&, auto& b) { b.bindToCurrentChannel(); },
+        kOffset,
+        kOffset,
+        [](auto&, auto& in, auto& b) {
+            // Every speed the library reports is read, up to the count the browser had room for.
             double* speeds = nullptr;
-            unsigned count = browser_.Byte() % 32;
+            unsigned count = in.Byte() % 32;
             const unsigned capacity = count;
-            if (broadcast.getPlaybackSpeeds(speeds, count) == UVA_STATUS_OK) {
-                double sum = 0;
+            if (b.getPlaybackSpeeds(speeds, count) == UVA_STATUS_OK) {
+                volatile double sum = 0;
                 for (unsigned index = 0; index < std::min(count, capacity); ++index) {
-                    sum += speeds[index];
+                    sum = sum + speeds[index];
                 }
-                (void)sum;
             }
             delete[] speeds;
-            break;
-        }
-        case kRecord: {
+        },
+        [](auto&, auto& in, auto& b) {
             char* recording = nullptr;
-            broadcast.recordNow(browser_.Double(), recording);
+            b.recordNow(in.Double(), recording);
             std::free(recording);
-            break;
-        }
-        case kStopRecording: broadcast.stopRecording(); break;
-        case kPause: broadcast.pause(); break;
-        case kResume: broadcast.resume(); break;
-        case kSetSpeed: broadcast.setPlaybackSpeed(browser_.Double()); break;
-        case kSetPosition: {
-            const double position = browser_.Double();
-            broadcast.setPosition(position, browser_.EnumUpTo<UVABackend::PositionReference>(3));
-            break;
-        }
-        case kStopTimeShift: broadcast.stopTimeShift(); break;
-        case kRecordingState: {
-            UVAVideoBroadcastBackend::RecordingState state{};
-            broadcast.getRecordingState(state);
-            break;
-        }
-        case kGetPosition: {
-            double position = 0;
-            broadcast.getPosition(position);
-            break;
-        }
-        case kGetSpeed: {
-            double speed = 0;
-            broadcast.getPlaybackSpeed(speed);
-            break;
-        }
-        default: break;
-    }
+        },
+        [](auto&, auto&, auto& b) { b.stopRecording(); },
+        [](auto&, auto&, auto& b) { b.pause(); },
+        [](auto&, auto&, auto& b) { b.resume(); },
+        [](auto&, auto& in, auto& b) { b.setPlaybackSpeed(in.Double()); },
+        [](auto&, auto& in, auto& b) {
+            const double position = in.Double();
+            b.setPosition(position, in.template EnumUpTo<UVABackend::PositionReference>(3));
+        },
+        [](auto&, auto&, auto& b) { b.stopTimeShift(); },
+        [](auto&, auto&, auto& b) { UVAVideoBroadcastBackend::RecordingState state{}; b.getRecordingState(state); },
+        [](auto&, auto&, auto& b) { double position = 0; b.getPosition(position); },
+        [](auto&, auto&, auto& b) { double speed = 0; b.getPlaybackSpeed(speed); },
+    };
+    kCalls[browser_.Byte() % std::size(kCalls)](*this, browser_, *broadcast);
 }
 
-void Session::DrmCall(UVADRMBackend& drm) {
-    // Byte blocks end in a zero just past their length: the library writes some of them to its log as
-    // C texts.
-    const auto block = [this] {
-        std::vector<std::uint8_t> bytes = browser_.Block();
-        bytes.push_back(0);
-        return bytes;
-    };
-    const auto size = [](const std::vector<std::uint8_t>& bytes) { return static_cast<unsigned>(bytes.size() - 1); };
-    const auto data = [](const std::vector<std::uint8_t>& bytes) { return bytes.size() == 1 ? nullptr : bytes.data(); };
-    switch (browser_.Byte() % 12) {
-        case 0: Read(drm.getId()); break;
-        case 1: Read(drm.getOIPFId()); break;
-        case 2: {
-            const auto initData = block();
-            drm.generateKeyRequest(data(initData), size(initData));
-            break;
-        }
-        case 3: {
-            const auto key = block();
-            const auto initData = block();
-            const Text session = browser_.TextOrNull();
-            drm.addKey(data(key), size(key), data(initData), size(initData), session.Pointer());
-            break;
-        }
-        case 4: drm.cancelKeyRequest(browser_.TextOrNull().Pointer()); break;
-        case 5: drm.getKeyReleases(); break;
-        case 6: {
-            const auto commit = block();
-            const Text session = browser_.TextOrNull();
-            drm.addKeyReleaseCommit(data(commit), size(commit), session.Pointer());
-            break;
-        }
-        case 7: {
-            const Text type = browser_.TextOrNull();
-            const Text message = browser_.TextOrNull();
+// Byte blocks end in a zero just past their length: the library writes some of them to its log as C texts.
+struct Bytes {
+    explicit Bytes(FuzzInput& in) : bytes(in.Block()) { bytes.push_back(0); }
+    const std::uint8_t* Data() const { return bytes.size() == 1 ? nullptr : bytes.data(); }
+    unsigned Size() const { return static_cast<unsigned>(bytes.size() - 1); }
+    std::vector<std::uint8_t> bytes;
+};
+
+void Session::DrmCall() {
+    UVADRMBackend** const drm = Choose(drmBackends_, browser_.Byte());
+    if (drm == nullptr || *drm == nullptr) {
+        return;
+    }
+    using Call = void (*)(FuzzInput&, UVADRMBackend&);
+    static const Call kCalls[] = {
+        [](auto&, auto& d) { Read(d.getId()); },
+        [](auto&, auto& d) { Read(d.getOIPFId()); },
+        [](auto& in, auto& d) {
+            const Bytes initData(in);
+            d.generateKeyRequest(initData.Data(), initData.Size());
+        },
+        [](auto& in, auto& d) {
+            const Bytes key(in);
+            const Bytes initData(in);
+            const Text session = in.TextOrNull();
+            d.addKey(key.Data(), key.Size(), initData.Data(), initData.Size(), session.Pointer());
+        },
+        [](auto& in, auto& d) { d.cancelKeyRequest(in.TextOrNull().Pointer()); },
+        [](auto&, auto& d) { d.getKeyReleases(); },
+        [](auto& in, auto& d) {
+            const Bytes commit(in);
+            const Text session = in.TextOrNull();
+            d.addKeyReleaseCommit(commit.Data(), commit.Size(), session.Pointer());
+        },
+        [](auto& in, auto& d) {
+            const Text type = in.TextOrNull();
+            const Text message = in.TextOrNull();
             char* result = nullptr;
-            if (drm.sendDRMMessage(type.Pointer(), message.Pointer(), result) == UVA_STATUS_OK) {
+            if (d.sendDRMMessage(type.Pointer(), message.Pointer(), result) == UVA_STATUS_OK) {
                 Read(result);
             }
             std::free(result);
-            break;
-        }
-        case 8: {
+        },
+        [](auto& in, auto& d) {
             UVADRMBackend::UVADRMDecrypter* decrypter = nullptr;
-            const auto keyId = block();
-            drm.getDecrypter(decrypter, data(keyId), size(keyId), browser_.Bool());
-            break;
-        }
-        case 9: drm.releaseDecrypter(nullptr); break;
-        case 10: drm.stopDecrypters(); break;
-        default: {
-            const auto initData = block();
-            drm.onInitData(data(initData), size(initData));
-            break;
-        }
-    }
+            const Bytes keyId(in);
+            d.getDecrypter(decrypter, keyId.Data(), keyId.Size(), in.Bool());
+        },
+        [](auto&, auto& d) { d.releaseDecrypter(nullptr); },
+        [](auto&, auto& d) { d.stopDecrypters(); },
+        [](auto& in, auto& d) {
+            const Bytes initData(in);
+            d.onInitData(initData.Data(), initData.Size());
+        },
+    };
+    kCalls[browser_.Byte() % std::size(kCalls)](browser_, **drm);
 }
 
 // The browser answers a need-data request it kept, or hands back some other event it was given.
-void Session::WriteData(UVAMediaBackend& media, BrowserClient* client) {
+void Session::WriteData() {
+    BrowserClient* client = nullptr;
+    auto* media = Pick<UVAMediaBackend>(false, &client);
+    if (media == nullptr) {
+        return;
+    }
     const std::uint8_t which = browser_.Byte();
     UVAEvent* event = client != nullptr ? client->TakeEvent(which) : nullptr;
     if (event == nullptr) {
@@ -931,7 +839,7 @@ void Session::WriteData(UVAMediaBackend& media, BrowserClient* client) {
         need->size = browser_.I32();
     }
     const unsigned size = browser_.U32();
-    media.writeData(event, size, browser_.EnumUpTo<UVABackend::WriteDataStatus>(3));
+    media->writeData(event, size, browser_.EnumUpTo<UVABackend::WriteDataStatus>(3));
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "DrmBackendWrapper.h"
+#include "Support/DescribeEvents.h"
 #include "Support/LiveObjects.h"
 #include "Support/MediaStackMocks.h"
 #include "Support/RecordingClients.h"
@@ -24,6 +25,7 @@ using ::testing::StartsWith;
 using Velmora::Wrapper::DrmBackendWrapper;
 using Bytes = boost::shared_ptr<unsigned char>;
 using Strings = std::vector<std::string>;
+using VelmoraTest::Describe;
 
 template <typename Value>
 std::string Str(const Value& value) {
@@ -38,24 +40,7 @@ Bytes Shared(const std::string& bytes) {
     return copy;
 }
 
-std::string Text(const char* text) { return text == nullptr ? "null" : '"' + std::string(text) + '"'; }
 std::string Block(const unsigned char* bytes, std::uint32_t size) { return size == 0 ? "" : std::string(bytes, bytes + size); }
-
-// Every field of a browser DRM event in one line, so that a table row names all of them.
-std::string Describe(const UVADRMEvent* event) {
-    std::string text = Str(event->kind) + ' ' + Text(event->keySystem) + ' ' + Text(event->sessionId) + ' ' + Str(event->flag);
-    if (const auto* key = dynamic_cast<const UVANeedKeyDRMEvent*>(event)) {
-        text += " init " + Block(key->initData, key->initDataLength) + '/' + Str(key->initDataLength) + ' ' + Str(key->needKey);
-    } else if (const auto* message = dynamic_cast<const UVAKeyMessageDRMEvent*>(event)) {
-        text += " message " + Block(message->message, message->messageLength) + '/' + Str(message->messageLength) +
-                " url " + Text(message->defaultUrl);
-    } else if (const auto* error = dynamic_cast<const UVAKeyErrorDRMEvent*>(event)) {
-        text += " error " + Str(error->errorCode) + ' ' + Str(error->systemCode);
-    } else if (const auto* result = dynamic_cast<const UVAResultMessageDRMEvent*>(event)) {
-        text += " result " + Text(result->resultMessage) + ' ' + Str(result->resultCode);
-    }
-    return text;
-}
 
 // A DRM back-end that keeps what reaches it and answers `answer`, or fails through `failure`.
 class DrmBackendWrapperTest : public VelmoraTest::LiveObjectsTest {
@@ -135,18 +120,18 @@ INSTANTIATE_TEST_SUITE_P(
     Events, DrmEventTest,
     testing::Values(
         EventCase{"NeedKey", [] { return new UvaNeedKeyDRMEvent("ks", "s1", false, Shared("i\0d"s), 3, true); },
-                  "0 \"ks\" \"s1\" 1 init i\0d/3 1"s},
+                  "0 ks s1 1 init i\0d/3 1"s},
         EventCase{"NeedKeyNulls", [] { return new UvaNeedKeyDRMEvent(nullptr, nullptr, true, Bytes(), 0, false); },
                   "0 null null 1 init /0 0"},
         EventCase{"KeyMessage", [] { return new UvaKeyMessageDrmEvent("ks", "s2", true, "u", Shared("m\0g"s), 3); },
-                  "1 \"ks\" \"s2\" 1 message m\0g/3 url \"u\""s},
+                  "1 ks s2 1 message m\0g/3 url u"s},
         EventCase{"KeyMessageNullUrl", [] { return new UvaKeyMessageDrmEvent("ks", "", false, nullptr, Bytes(), 0); },
-                  "1 \"ks\" \"\" 0 message /0 url null"},
-        EventCase{"KeyComplete", [] { return new UvaKeyCompleteDrmEvent("ks", "s3", true); }, "2 \"ks\" \"s3\" 1"},
+                  "1 ks  0 message /0 url null"},
+        EventCase{"KeyComplete", [] { return new UvaKeyCompleteDrmEvent("ks", "s3", true); }, "2 ks s3 1"},
         EventCase{"KeyError", [] { return new UvaKeyErrorDrmEvent("ks", "s4", false, -7, 65535); },
-                  "3 \"ks\" \"s4\" 0 error -7 65535"},
+                  "3 ks s4 0 error -7 65535"},
         EventCase{"Result", [] { return new UvaResultMessageDrmEvent("ks", "s5", true, "done", 2.5); },
-                  "4 \"ks\" \"s5\" 1 result \"done\" 2.5"}),
+                  "4 ks s5 1 result done 2.5"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(DrmBackendWrapperTest, UnknownTypesAreLoggedAndAMismatchedClassIsNeverRead) {

@@ -1,4 +1,5 @@
-// The browser-side behaviour the library relies on: who frees what, and when a component goes.
+// The browser-side behaviour the library relies on: when a component goes. (Who frees which text and
+// sample is caught by the whole-session tests, whose every allocation must come back.)
 
 #include <gmock/gmock.h>
 
@@ -12,7 +13,6 @@
 
 namespace {
 
-using ::testing::ElementsAre;
 
 struct TestComponent : UVABackend::AVComponent {
     explicit TestComponent(const char* language)
@@ -65,47 +65,6 @@ INSTANTIATE_TEST_SUITE_P(
                                                     Step::StopPreventing},
                      3}),
     [](const ::testing::TestParamInfo<ProtocolCase>& info) { return std::string(info.param.name); });
-
-class BrowserEventTest : public VelmoraTest::LiveObjectsTest {};
-
-TEST_F(BrowserEventTest, ComponentChangedEventReleasesItsComponentWhenDestroyed) {
-    auto* component = new TestComponent("fra");
-    component->preventDestruction();
-    auto* event = new ComponentChangedEvent;
-    event->component = component;
-    component->backendMarkUnused();
-    EXPECT_EQ(component->language, std::string("fra")) << "an event still names it";
-    delete event;
-}
-
-TEST_F(BrowserEventTest, NeedMseDataEventDeletesSamplesUpToTheFirstNullAndThenTheArray) {
-    auto* event = new NeedMSEDataEvent;
-    event->count = 3;
-    event->samples = new UVABackend::MediaSample* [4] {};
-    event->samples[0] = new UVABackend::MediaSample;
-    event->samples[1] = new UVABackend::MediaSample;
-    event->samples[0]->data.assign("abc", 3);
-    event->samples[1]->addSubSample(1, 2);
-    EXPECT_EQ(uvaLiveObjects().samples, 2);
-    delete event;
-}
-
-TEST_F(BrowserEventTest, EventsFreeTheirTexts) {
-    auto* rights = new DRMRightsErrorEvent;
-    rights->contentId = strdup("c");
-    rights->rightsIssuerUrl = strdup("u");
-    delete rights;
-    auto* rating = new ParentalRatingChangeEvent;
-    rating->drmSystemId = strdup("d");
-    EXPECT_EQ(rating->getType(), UVAEvent::PARENTAL_RATING_CHANGE);
-    delete rating;
-}
-
-TEST_F(BrowserEventTest, SourceDescriptionsOwnTheirTexts) {
-    delete UVABackend::SourceDescription::BackendStreaming("http://tv/stream");
-    delete UVABackend::SourceDescription::Streaming(3, 77, true, 1, nullptr);
-    delete UVABackend::SourceDescription::Streaming(0, 1, false, 0, "video/mp4");
-}
 
 static_assert(sizeof(UVABackend::TimeRange) == 16, "the browser's time range is two doubles");
 

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <boost/core/demangle.hpp>
 #include <boost/make_shared.hpp>
 #include <functional>
 #include <memory>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "AvComponentWrapper.h"
+#include "Support/DescribeEvents.h"
 #include "Support/LiveObjects.h"
 #include "Support/MediaStackMocks.h"
 #include "Support/RecordingClients.h"
@@ -46,7 +46,9 @@ using ::testing::IsSupersetOf;
 using ::testing::ValuesIn;
 using Velmora::BackendEvent;
 using Velmora::ExceptionBase;
+using VelmoraTest::Describe;
 using VelmoraTest::LogLine;
+using VelmoraTest::Text;
 using M = ::testing::NiceMock<VelmoraTest::MockVideoBroadcastBackend>;
 using W = Velmora::Wrapper::VideoBroadcastBackendWrapper;
 using Hook = std::function<void()>;  // runs first inside the media stack's operation; a failing one throws
@@ -235,30 +237,6 @@ TEST_F(BroadcastTest, WithoutAClientItForwardsButNeverSubscribes) {
     wrapper->VideoBroadcastBackendEvent(boost::make_shared<BackendEvent>(BackendEvent::BufferingIdle));
     EXPECT_THAT(log.Records("Velmora::VB"), ElementsAre(LogLine(5, "VideoBroadcastBackendWrapper Client is not set!"),
                                                         LogLine(5, "VideoBroadcastBackendEvent Event cannot be sent since client is not set!")));
-}
-
-std::string Text(const char* text) { return text == nullptr ? "null" : text; }
-
-// The browser event in one line: class, code and fields.
-std::string Describe(UVAEvent* event) {
-    std::ostringstream out;
-    out << boost::core::demangle(typeid(*event).name()) << ' ' << event->type;
-    if (auto* rating = dynamic_cast<ParentalRatingEvent*>(event)) {
-        out << ' ' << Text(rating->contentId) << ' ' << rating->rating << ' ' << Text(rating->drmSystemId);
-    } else if (auto* play = dynamic_cast<::BroadcastPlaystateChangeEvent*>(event)) {
-        out << ' ' << play->state << ' ' << play->error;
-    } else if (auto* failed = dynamic_cast<::ChannelChangeErrorEvent*>(event)) {
-        out << ' ' << failed->channel << ' ' << failed->errorState;
-    } else if (auto* changed = dynamic_cast<::ChannelChangeSucceededEvent*>(event)) {
-        out << ' ' << changed->channel;
-    } else if (auto* recording = dynamic_cast<::RecordingErrorEvent*>(event)) {
-        out << ' ' << recording->error << ' ' << Text(recording->recordingId);
-    } else if (auto* state = dynamic_cast<::RecordingStateChangeEvent*>(event)) {
-        out << ' ' << state->state << ' ' << Text(state->recordingId);
-    } else if (auto* subtitles = dynamic_cast<::SubtitlesChangedEvent*>(event)) {
-        out << ' ' << Text(subtitles->language);
-    }
-    return out.str();
 }
 
 struct Translation {
