@@ -230,7 +230,9 @@ void GstMediaBackend::AddSource(const SourceDescriptionOperaStreaming& descripti
     }
     const std::string mediaType = gst_structure_get_name(gst_caps_get_structure(caps, 0));
     const std::string codec = CodecName(caps);
-    g_object_set(appsrc, "caps", caps, "format", GST_FORMAT_TIME, "stream-type", GST_APP_STREAM_TYPE_STREAM, nullptr);
+    // Seekable, so that a flushing seek reaches every branch and empties its queue; the samples from the
+    // new position are the browser's to send.
+    g_object_set(appsrc, "caps", caps, "format", GST_FORMAT_TIME, "stream-type", GST_APP_STREAM_TYPE_SEEKABLE, nullptr);
     gst_caps_unref(caps);
 
     const GstComponent::Kind kind = mediaType.rfind("video/", 0) == 0 ? GstComponent::Video : GstComponent::Audio;
@@ -254,6 +256,7 @@ void GstMediaBackend::AddSource(const SourceDescriptionOperaStreaming& descripti
     }
     GstAppSrcCallbacks callbacks{};
     callbacks.need_data = &GstMediaBackend::OnNeedData;
+    callbacks.seek_data = &GstMediaBackend::OnSeekData;
     gst_app_src_set_callbacks(GST_APP_SRC(appsrc), &callbacks, context, nullptr);
     g_signal_connect(decodebin, "pad-added", G_CALLBACK(&GstMediaBackend::OnPadAdded), this);
     gst_bin_add_many(GST_BIN(pipeline), appsrc, decodebin, nullptr);
@@ -324,6 +327,7 @@ void GstMediaBackend::RemoveSource(std::uint32_t sourceId) {
             Fail(ExceptionBase::InvalidState, "RemoveSource: unknown source " + std::to_string(sourceId));
         }
         found->second.ended = true;
+        found->second.removed = true;
         appsrc = found->second.appsrc;
         component = found->second.component;
         components.erase(std::remove(components.begin(), components.end(), component), components.end());
@@ -341,6 +345,9 @@ void GstMediaBackend::OnNeedData(GstAppSrc* /*appsrc*/, guint /*length*/, gpoint
     const std::int32_t sourceId = known->sourceId;
     backend->Post([backend, sourceId] { backend->RequestSamples(sourceId); });
 }
+
+// On a streaming thread, inside a seek: nothing to fetch here, the browser is asked once the seek is done.
+gboolean GstMediaBackend::OnSeekData(GstAppSrc* /*appsrc*/, guint64 /*offset*/, gpointer /*context*/) { return TRUE; }
 
 void GstMediaBackend::RequestSamples(std::int32_t sourceId) {
     {
@@ -484,13 +491,15 @@ void GstMediaBackend::Seek(double newRate, double position, const char* operatio
 
 bool GstMediaBackend::SetPosition(double position) {
     double currentRate = 1.0;
+    bool restart = false;
     {
         const std::lock_guard<std::mutex> lock(mutex);
-        if (mediaSource) {
-            return false;  // the browser restarts Media Source streams itself
+        if (mediaSource && !(position >= 0.0)) {
+            return false;
         }
         seekPending = true;
         currentRate = rate;
+        restart = mediaSource;
     }
     try {
         Seek(currentRate, position, "SetPosition");
@@ -499,7 +508,40 @@ bool GstMediaBackend::SetPosition(double position) {
         seekPending = false;
         return false;
     }
+    if (restart) {
+        RestartSources(position);
+    }
     return true;
+}
+
+// After a Media Source seek the branches are flushed and wait for samples from `position`. A request
+// still open was for the old position: the browser learns it is void before it is asked again. Every
+// source but a removed one is asked here, since a branch that had ended may have nobody left to ask.
+void GstMediaBackend::RestartSources(double position) {
+    std::vector<std::int32_t> cancelled;
+    std::vector<std::int32_t> restarted;
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        for (auto& [id, source] : sources) {
+            if (source.removed) {
+                continue;
+            }
+            if (source.requested) {
+                cancelled.push_back(id);
+            }
+            source.requested = false;
+            source.ended = false;
+            source.lastTimestampMs = -1.0;
+            restarted.push_back(id);
+        }
+    }
+    // A Media Source request has no id of its own: the source's id names it.
+    for (const std::int32_t id : cancelled) {
+        Post([this, position, id] { Raise(new CancelDataRequestsEvent(position, id)); });
+    }
+    for (const std::int32_t id : restarted) {
+        Post([this, id] { RequestSamples(id); });
+    }
 }
 
 void GstMediaBackend::SetPlaybackRate(double newRate) {
