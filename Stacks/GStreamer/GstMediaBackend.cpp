@@ -19,6 +19,12 @@ constexpr GstClockTime kPrerollPatience = 5 * GST_SECOND;
 
 std::uint32_t ToMilliseconds(gint64 time) { return static_cast<std::uint32_t>(time / GST_MSECOND); }
 
+GstEvent* NewSeek(double rate, double position) {
+    return gst_event_new_seek(rate, GST_FORMAT_TIME, static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE),
+                              GST_SEEK_TYPE_SET, static_cast<gint64>(position * GST_SECOND), GST_SEEK_TYPE_NONE,
+                              GST_CLOCK_TIME_NONE);
+}
+
 // An element made but never added to a bin: its floating reference is ours to drop.
 void Discard(GstElement* element) {
     if (element != nullptr) {
@@ -253,6 +259,7 @@ void GstMediaBackend::AddSource(const SourceDescriptionOperaStreaming& descripti
         components.push_back(component);
         appsrcContexts.push_back(std::unique_ptr<AppsrcContext>(new AppsrcContext{this, description.sourceId}));
         context = appsrcContexts.back().get();
+        source.context = context;
     }
     GstAppSrcCallbacks callbacks{};
     callbacks.need_data = &GstMediaBackend::OnNeedData;
@@ -346,8 +353,12 @@ void GstMediaBackend::OnNeedData(GstAppSrc* /*appsrc*/, guint /*length*/, gpoint
     backend->Post([backend, sourceId] { backend->RequestSamples(sourceId); });
 }
 
-// On a streaming thread, inside a seek: nothing to fetch here, the browser is asked once the seek is done.
-gboolean GstMediaBackend::OnSeekData(GstAppSrc* /*appsrc*/, guint64 /*offset*/, gpointer /*context*/) { return TRUE; }
+// On the seeking thread, with the appsrc's own lock held (so no lock of ours is taken here): the seek
+// flushed this branch. The browser is asked for data once the seek is done.
+gboolean GstMediaBackend::OnSeekData(GstAppSrc* /*appsrc*/, guint64 /*offset*/, gpointer context) {
+    static_cast<AppsrcContext*>(context)->seeked = true;
+    return TRUE;
+}
 
 void GstMediaBackend::RequestSamples(std::int32_t sourceId) {
     {
@@ -480,11 +491,7 @@ void GstMediaBackend::Stop() {
 }
 
 void GstMediaBackend::Seek(double newRate, double position, const char* operation) {
-    GstElement* playing = Pipeline();
-    const auto target = static_cast<gint64>(position * GST_SECOND);
-    if (!gst_element_seek(playing, newRate, GST_FORMAT_TIME,
-                          static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE), GST_SEEK_TYPE_SET,
-                          target, GST_SEEK_TYPE_NONE, GST_CLOCK_TIME_NONE)) {
+    if (!gst_element_send_event(Pipeline(), NewSeek(newRate, position))) {
         Fail(ExceptionBase::NotSupported, std::string(operation) + ": the pipeline cannot seek");
     }
 }
@@ -500,6 +507,9 @@ bool GstMediaBackend::SetPosition(double position) {
         seekPending = true;
         currentRate = rate;
         restart = mediaSource;
+        for (auto& [id, source] : sources) {
+            source.context->seeked = false;
+        }
     }
     try {
         Seek(currentRate, position, "SetPosition");
@@ -509,17 +519,20 @@ bool GstMediaBackend::SetPosition(double position) {
         return false;
     }
     if (restart) {
-        RestartSources(position);
+        RestartSources(currentRate, position);
     }
     return true;
 }
 
-// After a Media Source seek the branches are flushed and wait for samples from `position`. A request
-// still open was for the old position: the browser learns it is void before it is asked again. Every
-// source but a removed one is asked here, since a branch that had ended may have nobody left to ask.
-void GstMediaBackend::RestartSources(double position) {
+// After a Media Source seek the branches are flushed and wait for samples from `position`. The
+// pipeline's seek reaches a branch only through its sink, so a branch that has not decoded yet is
+// seeked on its own. A request still open was for the old position: the browser learns it is void
+// before it is asked again. Every source but a removed one is asked here, since a branch that had
+// ended may have nobody left to ask.
+void GstMediaBackend::RestartSources(double currentRate, double position) {
     std::vector<std::int32_t> cancelled;
     std::vector<std::int32_t> restarted;
+    std::vector<GstElement*> unreached;
     {
         const std::lock_guard<std::mutex> lock(mutex);
         for (auto& [id, source] : sources) {
@@ -533,7 +546,13 @@ void GstMediaBackend::RestartSources(double position) {
             source.ended = false;
             source.lastTimestampMs = -1.0;
             restarted.push_back(id);
+            if (!source.context->seeked) {
+                unreached.push_back(source.appsrc);
+            }
         }
+    }
+    for (GstElement* appsrc : unreached) {
+        gst_element_send_event(appsrc, NewSeek(currentRate, position));
     }
     // A Media Source request has no id of its own: the source's id names it.
     for (const std::int32_t id : cancelled) {

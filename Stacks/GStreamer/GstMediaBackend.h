@@ -101,18 +101,20 @@ public:
     std::vector<std::string> SelectedStreams() const;
 
 private:
+    struct AppsrcContext {
+        GstMediaBackend* backend;
+        std::int32_t sourceId;
+        std::atomic<bool> seeked{false};  // the latest seek reached this appsrc
+    };
     struct Source {
         std::int32_t id = 0;
         GstElement* appsrc = nullptr;  // owned by the pipeline
+        AppsrcContext* context = nullptr;
         bool requested = false;        // a NeedMseData is out and not answered yet
         bool ended = false;
         bool removed = false;          // ended for good: a seek does not restart it
         double lastTimestampMs = -1.0;
         std::shared_ptr<GstComponent> component;
-    };
-    struct AppsrcContext {
-        GstMediaBackend* backend;
-        std::int32_t sourceId;
     };
 
     GstElement* MakeSink(bool video);
@@ -123,7 +125,7 @@ private:
     void SettlePreroll();
     GstElement* Pipeline() const;
     void Seek(double rate, double position, const char* operation);
-    void RestartSources(double position);
+    void RestartSources(double rate, double position);
 
     // The bus thread and what it runs.
     void BusLoop();

@@ -45,9 +45,9 @@ public:
     }
     ~Recorder() { connection.disconnect(); }
 
-    bool WaitFor(BackendEvent::EventType type, std::chrono::seconds limit = std::chrono::seconds(10)) {
+    bool WaitFor(BackendEvent::EventType type, long times = 1, std::chrono::seconds limit = std::chrono::seconds(10)) {
         std::unique_lock<std::mutex> lock(mutex);
-        return arrived.wait_for(lock, limit, [&] { return std::count(seen.begin(), seen.end(), type) > 0; });
+        return arrived.wait_for(lock, limit, [&] { return std::count(seen.begin(), seen.end(), type) >= times; });
     }
 
     std::function<void(const NeedMseDataEvent&)> answer;
@@ -191,6 +191,24 @@ TEST_F(GstStackTest, MediaSourceInputThatCannotPlayIsRefused) {
     EXPECT_THROW(backend->WriteMseData(Samples(1, {{500.0, false}}), UVABackend::WRITE_DATA_OK), ExceptionBase);
     EXPECT_NO_THROW(backend->WriteMseData(Samples(1, {{0.0, true}}), UVABackend::WRITE_DATA_END_OF_STREAM));
     EXPECT_THROW(backend->WriteMseData(Samples(1, {{80.0, true}}), UVABackend::WRITE_DATA_OK), ExceptionBase);  // ended
+}
+
+// What the browser was asked and wrote for the old position is void after a seek: an open request is
+// cancelled and asked again, an ended source takes samples again from any time, a removed one stays gone.
+TEST_F(GstStackTest, MediaSourceSeekRestartsEverySourceButARemovedOne) {
+    const Source video{0, 1, false, 0, "video/webm; codecs=\"vp8\""};
+    backend->InitBackend("blob:x", {video, Source{0, 2, false, 0, "audio/webm; codecs=\"opus\""}}, false);
+    backend->AttachSource(Source{0, 3, false, 0, "video/webm; codecs=\"vp8\""});
+    EXPECT_FALSE(backend->SetPosition(-1.0));
+    ASSERT_TRUE(recorder.WaitFor(BackendEvent::NeedMseData, 3));  // every branch asks; nobody answers
+    backend->WriteMseData(Samples(2, {{2000.0, true}}), UVABackend::WRITE_DATA_END_OF_STREAM);
+    backend->RemoveSource(3);
+
+    ASSERT_TRUE(backend->SetPosition(0.5));
+    EXPECT_TRUE(recorder.WaitFor(BackendEvent::CancelDataRequests));
+    EXPECT_TRUE(recorder.WaitFor(BackendEvent::NeedMseData, 5));
+    EXPECT_NO_THROW(backend->WriteMseData(Samples(2, {{400.0, false}}), UVABackend::WRITE_DATA_OK));
+    EXPECT_THROW(backend->WriteMseData(Samples(3, {{400.0, true}}), UVABackend::WRITE_DATA_OK), ExceptionBase);
 }
 
 TEST_F(GstStackTest, GarbageSamplesRaiseDecodeError) {
