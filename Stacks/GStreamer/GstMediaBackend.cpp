@@ -511,28 +511,46 @@ bool GstMediaBackend::SetPosition(double position) {
             source.context->seeked = false;
         }
     }
+    bool sought = true;
     try {
         Seek(currentRate, position, "SetPosition");
     } catch (const ExceptionBase&) {
+        sought = false;
+    }
+    // A Media Source pipeline refuses the seek while a branch's decoder is still being linked; the
+    // branches it did not reach are seeked on their own.
+    if (restart) {
+        sought = RestartSources(currentRate, position);
+    }
+    if (!sought) {
         const std::lock_guard<std::mutex> lock(mutex);
         seekPending = false;
-        return false;
     }
-    if (restart) {
-        RestartSources(currentRate, position);
-    }
-    return true;
+    return sought;
 }
 
-// After a Media Source seek the branches are flushed and wait for samples from `position`. The
-// pipeline's seek reaches a branch only through its sink, so a branch that has not decoded yet is
-// seeked on its own. A request still open was for the old position: the browser learns it is void
-// before it is asked again. Every source but a removed one is asked here, since a branch that had
-// ended may have nobody left to ask.
-void GstMediaBackend::RestartSources(double currentRate, double position) {
+// After a Media Source seek every branch is flushed and waits for samples from `position`. The
+// pipeline's seek reaches a branch only through its sink, so a branch without one yet is seeked
+// directly. A request still open was for the old position: the browser learns it is void before it
+// is asked again. Every source but a removed one is asked here, since a branch that had ended may
+// have nobody left to ask.
+bool GstMediaBackend::RestartSources(double currentRate, double position) {
+    std::vector<GstElement*> unreached;
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        for (const auto& [id, source] : sources) {
+            if (!source.removed && !source.context->seeked) {
+                unreached.push_back(source.appsrc);
+            }
+        }
+    }
+    for (GstElement* appsrc : unreached) {
+        if (!gst_element_send_event(appsrc, NewSeek(currentRate, position))) {
+            return false;
+        }
+    }
     std::vector<std::int32_t> cancelled;
     std::vector<std::int32_t> restarted;
-    std::vector<GstElement*> unreached;
     {
         const std::lock_guard<std::mutex> lock(mutex);
         for (auto& [id, source] : sources) {
@@ -546,13 +564,7 @@ void GstMediaBackend::RestartSources(double currentRate, double position) {
             source.ended = false;
             source.lastTimestampMs = -1.0;
             restarted.push_back(id);
-            if (!source.context->seeked) {
-                unreached.push_back(source.appsrc);
-            }
         }
-    }
-    for (GstElement* appsrc : unreached) {
-        gst_element_send_event(appsrc, NewSeek(currentRate, position));
     }
     // A Media Source request has no id of its own: the source's id names it.
     for (const std::int32_t id : cancelled) {
@@ -561,6 +573,7 @@ void GstMediaBackend::RestartSources(double currentRate, double position) {
     for (const std::int32_t id : restarted) {
         Post([this, id] { RequestSamples(id); });
     }
+    return true;
 }
 
 void GstMediaBackend::SetPlaybackRate(double newRate) {

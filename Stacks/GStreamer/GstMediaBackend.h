@@ -125,7 +125,7 @@ private:
     void SettlePreroll();
     GstElement* Pipeline() const;
     void Seek(double rate, double position, const char* operation);
-    void RestartSources(double rate, double position);
+    bool RestartSources(double rate, double position);
 
     // The bus thread and what it runs.
     void BusLoop();

@@ -209,7 +209,7 @@ void Mse(Session& s, Demuxer* file) {
     double position = 0.0;
     const UVA_STATUS known = media->getPosition(position);
     t.Call("getPosition() = " + Seconds(position), known);
-    t.Expect(std::fabs(position - target) < 0.25,
+    t.Expect(std::fabs(position - target) < 0.5,
              "position " + Seconds(position) + " after the seek, the target was " + Seconds(target));
     s.Pump([&] { return s.Seen(UVAEvent::PLAYBACK_FINISHED) > 0; }, "the end of playback");
     ExpectFileFacts(s, *file);
