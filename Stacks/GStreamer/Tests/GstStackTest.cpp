@@ -254,21 +254,30 @@ public:
 };
 
 // The browser stops and releases the back-end while the engine is still prerolling and raising events,
-// at a different moment each round: neither may hang or let a slot run on a dead wrapper, and nothing
-// of the browser's side may outlive the release (ASan and TSan watch this one).
+// at a different moment each round, a Media Source back-end in the middle of a seek: neither may hang
+// or let a slot run on a dead wrapper, and nothing of the browser's side may outlive the release (ASan
+// and TSan watch this one). The Media Source client leaves every request unanswered.
 TEST_F(GstStackTest, ReleasedThroughTheLibraryWhileEventsFlow) {
     backend.reset();
     const long before = uvaLiveObjects().Total();
     Wrapper::IntegrationLayer layer(new GstUva(StackOptions()));
-    for (int round = 0; round < 6; ++round) {
+    for (int round = 0; round < 8; ++round) {
+        const bool mediaSource = round % 2 == 1;
         CountingClient client;
-        auto* media = static_cast<UVAMediaBackend*>(UVA_RequestBackend(UVABackend::TYPE_MEDIA, &client));
+        auto* media = static_cast<UVAMediaBackend*>(
+            UVA_RequestBackend(mediaSource ? UVABackend::TYPE_MEDIA_SOURCE : UVABackend::TYPE_MEDIA, &client));
         ASSERT_NE(media, nullptr);
         auto** sources = new UVABackend::SourceDescription*[2]{
-            UVABackend::SourceDescription::BackendStreaming(VELMORA_TEST_MEDIA), nullptr};
+            mediaSource ? UVABackend::SourceDescription::Streaming(UVABackend::SourceDescription::SOURCE_VIDEO, 1, false, 0,
+                                                                   "video/webm; codecs=\"vp8\"")
+                        : UVABackend::SourceDescription::BackendStreaming(VELMORA_TEST_MEDIA),
+            nullptr};
         ASSERT_EQ(media->initBackend(VELMORA_TEST_MEDIA, sources, false), UVA_STATUS_OK);
         media->play();
-        std::this_thread::sleep_for(std::chrono::milliseconds(5 * round));
+        std::this_thread::sleep_for(std::chrono::milliseconds(3 * round));
+        if (mediaSource) {
+            EXPECT_EQ(media->setPosition(1.0), UVA_STATUS_OK);
+        }
         media->stop();
         EXPECT_TRUE(client.AllRemoved());
         EXPECT_EQ(UVA_ReleaseBackend(media), UVA_STATUS_OK);
