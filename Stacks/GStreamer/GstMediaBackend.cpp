@@ -353,8 +353,8 @@ void GstMediaBackend::OnNeedData(GstAppSrc* /*appsrc*/, guint /*length*/, gpoint
     backend->Post([backend, sourceId] { backend->RequestSamples(sourceId); });
 }
 
-// On the seeking thread, with the appsrc's own lock held (so no lock of ours is taken here): the seek
-// flushed this branch. The browser is asked for data once the seek is done.
+// On the seeking thread, maybe with the appsrc's own lock held (so no lock of ours is taken here): the
+// seek flushed this branch. The browser is asked for data once the seek is done.
 gboolean GstMediaBackend::OnSeekData(GstAppSrc* /*appsrc*/, guint64 /*offset*/, gpointer context) {
     static_cast<AppsrcContext*>(context)->seeked = true;
     return TRUE;
@@ -579,6 +579,13 @@ bool GstMediaBackend::RestartSources(double currentRate, double position) {
 void GstMediaBackend::SetPlaybackRate(double newRate) {
     if (!(newRate > 0.0)) {
         Fail(ExceptionBase::NotSupported, "SetPlaybackRate: only forward rates are supported");
+    }
+    {
+        // The rate's seek would flush the Media Source branches and lose the samples they hold.
+        const std::lock_guard<std::mutex> lock(mutex);
+        if (mediaSource) {
+            Fail(ExceptionBase::NotSupported, "SetPlaybackRate: the pipeline cannot seek");
+        }
     }
     double position = 0.0;
     if (!GetPosition(position)) {

@@ -200,6 +200,7 @@ TEST_F(GstStackTest, MediaSourceSeekRestartsEverySourceButARemovedOne) {
     backend->InitBackend("blob:x", {video, Source{0, 2, false, 0, "audio/webm; codecs=\"opus\""}}, false);
     backend->AttachSource(Source{0, 3, false, 0, "video/webm; codecs=\"vp8\""});
     EXPECT_FALSE(backend->SetPosition(-1.0));
+    EXPECT_THROW(backend->SetPlaybackRate(2.0), ExceptionBase);  // its seek would flush what the branches hold
     ASSERT_TRUE(recorder.WaitFor(BackendEvent::NeedMseData, 3));  // every branch asks; nobody answers
     backend->WriteMseData(Samples(2, {{2000.0, true}}), UVABackend::WRITE_DATA_END_OF_STREAM);
     backend->RemoveSource(3);
