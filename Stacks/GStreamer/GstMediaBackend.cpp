@@ -389,6 +389,14 @@ void GstMediaBackend::WriteMseData(boost::shared_ptr<BackendEvent> event, UVABac
     {
         const std::lock_guard<std::mutex> lock(mutex);
         const auto found = sources.find(written->sourceId);
+        // After a seek the browser may still answer a request it was asked before, so the end of a
+        // stream can come twice: the second time, with nothing in it, there is nothing to do.
+        const bool endedAgain = found != sources.end() && found->second.ended && !found->second.removed &&
+                                status == UVABackend::WRITE_DATA_END_OF_STREAM &&
+                                (!written->buffers || written->buffers->empty());
+        if (endedAgain) {
+            return;
+        }
         if (found == sources.end() || found->second.ended) {
             Fail(ExceptionBase::InvalidState,
                  "WriteMseData: source " + std::to_string(written->sourceId) + " is unknown or ended");

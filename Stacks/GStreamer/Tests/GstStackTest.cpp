@@ -191,6 +191,7 @@ TEST_F(GstStackTest, MediaSourceInputThatCannotPlayIsRefused) {
     EXPECT_THROW(backend->WriteMseData(Samples(1, {{500.0, false}}), UVABackend::WRITE_DATA_OK), ExceptionBase);
     EXPECT_NO_THROW(backend->WriteMseData(Samples(1, {{0.0, true}}), UVABackend::WRITE_DATA_END_OF_STREAM));
     EXPECT_THROW(backend->WriteMseData(Samples(1, {{80.0, true}}), UVABackend::WRITE_DATA_OK), ExceptionBase);  // ended
+    EXPECT_NO_THROW(backend->WriteMseData(Samples(1, {}), UVABackend::WRITE_DATA_END_OF_STREAM));  // the end, again
 }
 
 // What the browser was asked and wrote for the old position is void after a seek: an open request is
