@@ -19,6 +19,12 @@ constexpr GstClockTime kPrerollPatience = 5 * GST_SECOND;
 
 std::uint32_t ToMilliseconds(gint64 time) { return static_cast<std::uint32_t>(time / GST_MSECOND); }
 
+GstEvent* NewSeek(double rate, double position) {
+    return gst_event_new_seek(rate, GST_FORMAT_TIME, static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE),
+                              GST_SEEK_TYPE_SET, static_cast<gint64>(position * GST_SECOND), GST_SEEK_TYPE_NONE,
+                              GST_CLOCK_TIME_NONE);
+}
+
 // An element made but never added to a bin: its floating reference is ours to drop.
 void Discard(GstElement* element) {
     if (element != nullptr) {
@@ -230,7 +236,9 @@ void GstMediaBackend::AddSource(const SourceDescriptionOperaStreaming& descripti
     }
     const std::string mediaType = gst_structure_get_name(gst_caps_get_structure(caps, 0));
     const std::string codec = CodecName(caps);
-    g_object_set(appsrc, "caps", caps, "format", GST_FORMAT_TIME, "stream-type", GST_APP_STREAM_TYPE_STREAM, nullptr);
+    // Seekable, so that a flushing seek reaches every branch and empties its queue; the samples from the
+    // new position are the browser's to send.
+    g_object_set(appsrc, "caps", caps, "format", GST_FORMAT_TIME, "stream-type", GST_APP_STREAM_TYPE_SEEKABLE, nullptr);
     gst_caps_unref(caps);
 
     const GstComponent::Kind kind = mediaType.rfind("video/", 0) == 0 ? GstComponent::Video : GstComponent::Audio;
@@ -251,9 +259,11 @@ void GstMediaBackend::AddSource(const SourceDescriptionOperaStreaming& descripti
         components.push_back(component);
         appsrcContexts.push_back(std::unique_ptr<AppsrcContext>(new AppsrcContext{this, description.sourceId}));
         context = appsrcContexts.back().get();
+        source.context = context;
     }
     GstAppSrcCallbacks callbacks{};
     callbacks.need_data = &GstMediaBackend::OnNeedData;
+    callbacks.seek_data = &GstMediaBackend::OnSeekData;
     gst_app_src_set_callbacks(GST_APP_SRC(appsrc), &callbacks, context, nullptr);
     g_signal_connect(decodebin, "pad-added", G_CALLBACK(&GstMediaBackend::OnPadAdded), this);
     gst_bin_add_many(GST_BIN(pipeline), appsrc, decodebin, nullptr);
@@ -324,6 +334,7 @@ void GstMediaBackend::RemoveSource(std::uint32_t sourceId) {
             Fail(ExceptionBase::InvalidState, "RemoveSource: unknown source " + std::to_string(sourceId));
         }
         found->second.ended = true;
+        found->second.removed = true;
         appsrc = found->second.appsrc;
         component = found->second.component;
         components.erase(std::remove(components.begin(), components.end(), component), components.end());
@@ -340,6 +351,13 @@ void GstMediaBackend::OnNeedData(GstAppSrc* /*appsrc*/, guint /*length*/, gpoint
     GstMediaBackend* backend = known->backend;
     const std::int32_t sourceId = known->sourceId;
     backend->Post([backend, sourceId] { backend->RequestSamples(sourceId); });
+}
+
+// On the seeking thread, maybe with the appsrc's own lock held (so no lock of ours is taken here): the
+// seek flushed this branch. The browser is asked for data once the seek is done.
+gboolean GstMediaBackend::OnSeekData(GstAppSrc* /*appsrc*/, guint64 /*offset*/, gpointer context) {
+    static_cast<AppsrcContext*>(context)->seeked = true;
+    return TRUE;
 }
 
 void GstMediaBackend::RequestSamples(std::int32_t sourceId) {
@@ -371,6 +389,14 @@ void GstMediaBackend::WriteMseData(boost::shared_ptr<BackendEvent> event, UVABac
     {
         const std::lock_guard<std::mutex> lock(mutex);
         const auto found = sources.find(written->sourceId);
+        // After a seek the browser may still answer a request it was asked before, so the end of a
+        // stream can come twice: the second time, with nothing in it, there is nothing to do.
+        const bool endedAgain = found != sources.end() && found->second.ended && !found->second.removed &&
+                                status == UVABackend::WRITE_DATA_END_OF_STREAM &&
+                                (!written->buffers || written->buffers->empty());
+        if (endedAgain) {
+            return;
+        }
         if (found == sources.end() || found->second.ended) {
             Fail(ExceptionBase::InvalidState,
                  "WriteMseData: source " + std::to_string(written->sourceId) + " is unknown or ended");
@@ -473,31 +499,87 @@ void GstMediaBackend::Stop() {
 }
 
 void GstMediaBackend::Seek(double newRate, double position, const char* operation) {
-    GstElement* playing = Pipeline();
-    const auto target = static_cast<gint64>(position * GST_SECOND);
-    if (!gst_element_seek(playing, newRate, GST_FORMAT_TIME,
-                          static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE), GST_SEEK_TYPE_SET,
-                          target, GST_SEEK_TYPE_NONE, GST_CLOCK_TIME_NONE)) {
+    if (!gst_element_send_event(Pipeline(), NewSeek(newRate, position))) {
         Fail(ExceptionBase::NotSupported, std::string(operation) + ": the pipeline cannot seek");
     }
 }
 
 bool GstMediaBackend::SetPosition(double position) {
     double currentRate = 1.0;
+    bool restart = false;
     {
         const std::lock_guard<std::mutex> lock(mutex);
-        if (mediaSource) {
-            return false;  // the browser restarts Media Source streams itself
+        if (mediaSource && !(position >= 0.0)) {
+            return false;
         }
         seekPending = true;
         currentRate = rate;
+        restart = mediaSource;
+        for (auto& [id, source] : sources) {
+            source.context->seeked = false;
+        }
     }
+    bool sought = true;
     try {
         Seek(currentRate, position, "SetPosition");
     } catch (const ExceptionBase&) {
+        sought = false;
+    }
+    // A Media Source pipeline refuses the seek while a branch's decoder is still being linked; the
+    // branches it did not reach are seeked on their own.
+    if (restart) {
+        sought = RestartSources(currentRate, position);
+    }
+    if (!sought) {
         const std::lock_guard<std::mutex> lock(mutex);
         seekPending = false;
-        return false;
+    }
+    return sought;
+}
+
+// After a Media Source seek every branch is flushed and waits for samples from `position`. The
+// pipeline's seek reaches a branch only through its sink, so a branch without one yet is seeked
+// directly. A request still open was for the old position: the browser learns it is void before it
+// is asked again. Every source but a removed one is asked here, since a branch that had ended may
+// have nobody left to ask.
+bool GstMediaBackend::RestartSources(double currentRate, double position) {
+    std::vector<GstElement*> unreached;
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        for (const auto& [id, source] : sources) {
+            if (!source.removed && !source.context->seeked) {
+                unreached.push_back(source.appsrc);
+            }
+        }
+    }
+    for (GstElement* appsrc : unreached) {
+        if (!gst_element_send_event(appsrc, NewSeek(currentRate, position))) {
+            return false;
+        }
+    }
+    std::vector<std::int32_t> cancelled;
+    std::vector<std::int32_t> restarted;
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        for (auto& [id, source] : sources) {
+            if (source.removed) {
+                continue;
+            }
+            if (source.requested) {
+                cancelled.push_back(id);
+            }
+            source.requested = false;
+            source.ended = false;
+            source.lastTimestampMs = -1.0;
+            restarted.push_back(id);
+        }
+    }
+    // A Media Source request has no id of its own: the source's id names it.
+    for (const std::int32_t id : cancelled) {
+        Post([this, position, id] { Raise(new CancelDataRequestsEvent(position, id)); });
+    }
+    for (const std::int32_t id : restarted) {
+        Post([this, id] { RequestSamples(id); });
     }
     return true;
 }
@@ -505,6 +587,13 @@ bool GstMediaBackend::SetPosition(double position) {
 void GstMediaBackend::SetPlaybackRate(double newRate) {
     if (!(newRate > 0.0)) {
         Fail(ExceptionBase::NotSupported, "SetPlaybackRate: only forward rates are supported");
+    }
+    {
+        // The rate's seek would flush the Media Source branches and lose the samples they hold.
+        const std::lock_guard<std::mutex> lock(mutex);
+        if (mediaSource) {
+            Fail(ExceptionBase::NotSupported, "SetPlaybackRate: the pipeline cannot seek");
+        }
     }
     double position = 0.0;
     if (!GetPosition(position)) {

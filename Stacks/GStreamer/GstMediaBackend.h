@@ -6,7 +6,10 @@
 // sources, then AttachSource, builds one appsrc ! decodebin branch per source, with caps from the
 // source's MIME type (MimeCaps.h). When an appsrc runs low the back-end raises NeedMseData for its
 // source; WriteMseData pushes the samples as GstBuffers (timestamp, duration, key-frame flag) and its
-// end-of-stream status ends that source.
+// end-of-stream status ends that source. SetPosition flushes every branch (samples queued before the
+// seek are dropped), cancels the requests still open with CancelDataRequests at the new position and
+// asks again with NeedMseData; the browser then writes from there, and SeekCompleted follows once the
+// pipeline has prerolled at the new position.
 //
 // Events: raised on the back-end's own bus thread only, one at a time, with no lock of the back-end
 // held, so the browser may call straight back into the back-end from its slot. Streaming threads never
@@ -98,17 +101,20 @@ public:
     std::vector<std::string> SelectedStreams() const;
 
 private:
-    struct Source {
-        std::int32_t id = 0;
-        GstElement* appsrc = nullptr;  // owned by the pipeline
-        bool requested = false;        // a NeedMseData is out and not answered yet
-        bool ended = false;
-        double lastTimestampMs = -1.0;
-        std::shared_ptr<GstComponent> component;
-    };
     struct AppsrcContext {
         GstMediaBackend* backend;
         std::int32_t sourceId;
+        std::atomic<bool> seeked{false};  // the latest seek reached this appsrc
+    };
+    struct Source {
+        std::int32_t id = 0;
+        GstElement* appsrc = nullptr;  // owned by the pipeline
+        AppsrcContext* context = nullptr;
+        bool requested = false;        // a NeedMseData is out and not answered yet
+        bool ended = false;
+        bool removed = false;          // ended for good: a seek does not restart it
+        double lastTimestampMs = -1.0;
+        std::shared_ptr<GstComponent> component;
     };
 
     GstElement* MakeSink(bool video);
@@ -119,6 +125,7 @@ private:
     void SettlePreroll();
     GstElement* Pipeline() const;
     void Seek(double rate, double position, const char* operation);
+    bool RestartSources(double rate, double position);
 
     // The bus thread and what it runs.
     void BusLoop();
@@ -134,6 +141,7 @@ private:
 
     static void OnPadAdded(GstElement* decodebin, GstPad* pad, gpointer self);
     static void OnNeedData(GstAppSrc* appsrc, guint length, gpointer context);
+    static gboolean OnSeekData(GstAppSrc* appsrc, guint64 offset, gpointer context);
     static GstPadProbeReturn OnSinkEvent(GstPad* pad, GstPadProbeInfo* info, gpointer self);
 
     const StackOptions options;

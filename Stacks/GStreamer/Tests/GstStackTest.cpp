@@ -45,9 +45,9 @@ public:
     }
     ~Recorder() { connection.disconnect(); }
 
-    bool WaitFor(BackendEvent::EventType type, std::chrono::seconds limit = std::chrono::seconds(10)) {
+    bool WaitFor(BackendEvent::EventType type, long times = 1, std::chrono::seconds limit = std::chrono::seconds(10)) {
         std::unique_lock<std::mutex> lock(mutex);
-        return arrived.wait_for(lock, limit, [&] { return std::count(seen.begin(), seen.end(), type) > 0; });
+        return arrived.wait_for(lock, limit, [&] { return std::count(seen.begin(), seen.end(), type) >= times; });
     }
 
     std::function<void(const NeedMseDataEvent&)> answer;
@@ -191,6 +191,26 @@ TEST_F(GstStackTest, MediaSourceInputThatCannotPlayIsRefused) {
     EXPECT_THROW(backend->WriteMseData(Samples(1, {{500.0, false}}), UVABackend::WRITE_DATA_OK), ExceptionBase);
     EXPECT_NO_THROW(backend->WriteMseData(Samples(1, {{0.0, true}}), UVABackend::WRITE_DATA_END_OF_STREAM));
     EXPECT_THROW(backend->WriteMseData(Samples(1, {{80.0, true}}), UVABackend::WRITE_DATA_OK), ExceptionBase);  // ended
+    EXPECT_NO_THROW(backend->WriteMseData(Samples(1, {}), UVABackend::WRITE_DATA_END_OF_STREAM));  // the end, again
+}
+
+// What the browser was asked and wrote for the old position is void after a seek: an open request is
+// cancelled and asked again, an ended source takes samples again from any time, a removed one stays gone.
+TEST_F(GstStackTest, MediaSourceSeekRestartsEverySourceButARemovedOne) {
+    const Source video{0, 1, false, 0, "video/webm; codecs=\"vp8\""};
+    backend->InitBackend("blob:x", {video, Source{0, 2, false, 0, "audio/webm; codecs=\"opus\""}}, false);
+    backend->AttachSource(Source{0, 3, false, 0, "video/webm; codecs=\"vp8\""});
+    EXPECT_FALSE(backend->SetPosition(-1.0));
+    EXPECT_THROW(backend->SetPlaybackRate(2.0), ExceptionBase);  // its seek would flush what the branches hold
+    ASSERT_TRUE(recorder.WaitFor(BackendEvent::NeedMseData, 3));  // every branch asks; nobody answers
+    backend->WriteMseData(Samples(2, {{2000.0, true}}), UVABackend::WRITE_DATA_END_OF_STREAM);
+    backend->RemoveSource(3);
+
+    ASSERT_TRUE(backend->SetPosition(0.5));
+    EXPECT_TRUE(recorder.WaitFor(BackendEvent::CancelDataRequests));
+    EXPECT_TRUE(recorder.WaitFor(BackendEvent::NeedMseData, 5));
+    EXPECT_NO_THROW(backend->WriteMseData(Samples(2, {{400.0, false}}), UVABackend::WRITE_DATA_OK));
+    EXPECT_THROW(backend->WriteMseData(Samples(3, {{400.0, true}}), UVABackend::WRITE_DATA_OK), ExceptionBase);
 }
 
 TEST_F(GstStackTest, GarbageSamplesRaiseDecodeError) {
@@ -236,21 +256,30 @@ public:
 };
 
 // The browser stops and releases the back-end while the engine is still prerolling and raising events,
-// at a different moment each round: neither may hang or let a slot run on a dead wrapper, and nothing
-// of the browser's side may outlive the release (ASan and TSan watch this one).
+// at a different moment each round, a Media Source back-end in the middle of a seek: neither may hang
+// or let a slot run on a dead wrapper, and nothing of the browser's side may outlive the release (ASan
+// and TSan watch this one). The Media Source client leaves every request unanswered.
 TEST_F(GstStackTest, ReleasedThroughTheLibraryWhileEventsFlow) {
     backend.reset();
     const long before = uvaLiveObjects().Total();
     Wrapper::IntegrationLayer layer(new GstUva(StackOptions()));
-    for (int round = 0; round < 6; ++round) {
+    for (int round = 0; round < 8; ++round) {
+        const bool mediaSource = round % 2 == 1;
         CountingClient client;
-        auto* media = static_cast<UVAMediaBackend*>(UVA_RequestBackend(UVABackend::TYPE_MEDIA, &client));
+        auto* media = static_cast<UVAMediaBackend*>(
+            UVA_RequestBackend(mediaSource ? UVABackend::TYPE_MEDIA_SOURCE : UVABackend::TYPE_MEDIA, &client));
         ASSERT_NE(media, nullptr);
         auto** sources = new UVABackend::SourceDescription*[2]{
-            UVABackend::SourceDescription::BackendStreaming(VELMORA_TEST_MEDIA), nullptr};
+            mediaSource ? UVABackend::SourceDescription::Streaming(UVABackend::SourceDescription::SOURCE_VIDEO, 1, false, 0,
+                                                                   "video/webm; codecs=\"vp8\"")
+                        : UVABackend::SourceDescription::BackendStreaming(VELMORA_TEST_MEDIA),
+            nullptr};
         ASSERT_EQ(media->initBackend(VELMORA_TEST_MEDIA, sources, false), UVA_STATUS_OK);
         media->play();
-        std::this_thread::sleep_for(std::chrono::milliseconds(5 * round));
+        std::this_thread::sleep_for(std::chrono::milliseconds(3 * round));
+        if (mediaSource) {
+            EXPECT_EQ(media->setPosition(1.0), UVA_STATUS_OK);
+        }
         media->stop();
         EXPECT_TRUE(client.AllRemoved());
         EXPECT_EQ(UVA_ReleaseBackend(media), UVA_STATUS_OK);

@@ -115,6 +115,15 @@ bool Demuxer::Open(const std::string& path, std::string& error) {
     return true;
 }
 
+// A flushing seek drops what the sinks hold; the demuxer reads on from the new position.
+bool Demuxer::Seek(double seconds) {
+    const auto target = static_cast<gint64>(seconds * GST_SECOND);
+    return gst_element_seek_simple(pipeline, GST_FORMAT_TIME,
+                                   static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_KEY_UNIT |
+                                                             GST_SEEK_FLAG_SNAP_BEFORE),
+                                   target) != FALSE;
+}
+
 bool Demuxer::Next(std::size_t index, DemuxedSample& sample) {
     GstSample* pulled = gst_app_sink_try_pull_sample(GST_APP_SINK(streams.at(index).sink), kWait);
     if (pulled == nullptr) {

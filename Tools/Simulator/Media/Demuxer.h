@@ -42,6 +42,8 @@ public:
     double DurationSeconds() const { return durationSeconds; }
     // The next sample of stream `index`; false at its end.
     bool Next(std::size_t index, DemuxedSample& sample);
+    // Every stream goes on from the key frame at or before `seconds`, as a player appends after a seek.
+    bool Seek(double seconds);
 
 private:
     static void OnPadAdded(GstElement* demuxer, GstPad* pad, gpointer self);
