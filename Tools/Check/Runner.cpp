@@ -1,5 +1,7 @@
 #include "Runner.h"
 
+#include "Velmora/Trace.h"
+
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -37,11 +39,30 @@ void Post(int fd, char kind, const std::string& text) {
     }
 }
 
-// The one place where a failing check's session trace is fetched, once the library records one; the
-// terminal report and the JUnit file already carry whatever it returns.
-std::string SessionTrace(Harness& /*harness*/) { return std::string(); }
+// The library records the whole session of a check while a trace directory is given; a failing check's
+// recording is written there, and the terminal report and the JUnit file name the file.
+std::string TracePath(const CheckDefinition& check, const Settings& settings) {
+    return settings.traceDir.empty() ? std::string() : settings.traceDir + "/" + check.name + ".json";
+}
+
+// Recorded without a path, so that a passing check leaves no file behind.
+void StartSessionTrace(const CheckDefinition& check, const Settings& settings) {
+    if (!TracePath(check, settings).empty()) {
+        Velmora::Trace::StartTrace(std::string());
+    }
+}
+
+std::string SessionTrace(const CheckDefinition& check, const Settings& settings) {
+    const std::string path = TracePath(check, settings);
+    if (path.empty()) {
+        return std::string();
+    }
+    std::string error;
+    return Velmora::Trace::WriteTrace(path, &error) ? "session trace: " + path : "no session trace: " + error;
+}
 
 [[noreturn]] void RunChild(const CheckDefinition& check, const Settings& settings, int messages) {
+    StartSessionTrace(check, settings);
     // Never deleted: the child ends with _exit, whatever state the stack is in.
     auto* harness = new Harness(settings.library, settings.options);
     Verdict verdict{Outcome::Fail, harness->Error()};
@@ -56,7 +77,7 @@ std::string SessionTrace(Harness& /*harness*/) { return std::string(); }
             verdict = {Outcome::Fail, "an exception of a foreign type reached the browser's side"};
         }
         if (verdict.outcome == Outcome::Fail) {
-            Post(messages, 'T', SessionTrace(*harness));
+            Post(messages, 'T', SessionTrace(check, settings));
         }
     }
     Post(messages, 'V', std::string(1, static_cast<char>('0' + static_cast<int>(verdict.outcome))) + verdict.evidence);
@@ -196,6 +217,9 @@ Report Run(const CheckDefinition& check, const Settings& settings) {
 
 void Print(const Report& report) {
     std::printf("%s %-24s %s\n", Word(report.outcome), report.name.c_str(), report.evidence.c_str());
+    if (!report.trace.empty()) {
+        std::printf("     %-24s %s\n", "", report.trace.c_str());
+    }
     std::fflush(stdout);
 }
 

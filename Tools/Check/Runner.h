@@ -15,6 +15,7 @@ struct Settings {
     double budgetMs = 5.0;
     int timeoutSeconds = 20;
     Feed feed;
+    std::string traceDir;  // where a failing check's session trace goes; empty: no trace
 };
 
 struct Report {

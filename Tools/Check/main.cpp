@@ -2,7 +2,7 @@
 // library in front of it and this program in the browser's place.
 //
 //     velmora-check path/to/libstack.so [--options TEXT] [--media URL] [--mse-mime TYPE] [--junit FILE]
-//                   [--budget-ms N] [--check NAME]... [--timeout-s N] [--list]
+//                   [--budget-ms N] [--check NAME]... [--timeout-s N] [--trace-dir DIR] [--list]
 
 #include <chrono>
 #include <cstdio>
@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: velmora-check path/to/libstack.so [--options TEXT] [--media URL] [--mse-mime TYPE] [--junit FILE]\n"
-    "                     [--budget-ms N] [--check NAME]... [--timeout-s N] [--list]\n"
+    "                     [--budget-ms N] [--check NAME]... [--timeout-s N] [--trace-dir DIR] [--list]\n"
     "  --options TEXT  handed to the stack's factory (name=value pairs separated by ';')\n"
     "  --media URL     a file the stack can play: the event and component checks play it instead of\n"
     "                  a Media Source stream, so that a real engine shows its components\n"
@@ -26,6 +26,8 @@ constexpr const char* kUsage =
     "  --budget-ms N   the longest a browser call may take (default 5)\n"
     "  --check NAME    run only this check (repeatable)\n"
     "  --timeout-s N   a check that takes longer is stopped and fails (default 20)\n"
+    "  --trace-dir DIR record each check's session with the library's trace and write a failing\n"
+    "                  check's to DIR/CHECK.json (open it in Perfetto or summarize it with velmora-trace)\n"
     "  --list          list the checks and what each one holds the stack to\n";
 
 int Usage(const std::string& problem) {
@@ -61,6 +63,8 @@ int main(int argc, char** argv) {
             settings.feed.mseType = argv[++i];
         } else if (argument == "--junit" && hasValue) {
             junit = argv[++i];
+        } else if (argument == "--trace-dir" && hasValue) {
+            settings.traceDir = argv[++i];
         } else if (argument == "--check" && hasValue) {
             only.insert(argv[++i]);
         } else if (argument == "--budget-ms" && hasValue) {
