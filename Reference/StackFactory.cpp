@@ -30,23 +30,14 @@ bool ApplyOption(const std::string& name, const std::string& value, Velmora::Ref
 }
 
 bool ParseOptions(const char* text, Velmora::Reference::StackOptions& options) {
-    const std::string all = text != nullptr ? text : "";
-    std::size_t begin = 0;
-    while (begin < all.size()) {
-        std::size_t end = all.find(';', begin);
-        if (end == std::string::npos) {
-            end = all.size();
-        }
-        const std::string pair = all.substr(begin, end - begin);
-        const std::size_t equals = pair.find('=');
-        if (!pair.empty() &&
-            (equals == std::string::npos || !ApplyOption(pair.substr(0, equals), pair.substr(equals + 1), options))) {
-            std::fprintf(stderr, "velmora reference stack: unknown option or bad value: %s\n", pair.c_str());
-            return false;
-        }
-        begin = end + 1;
+    std::string refused;
+    if (Velmora::ForEachStackOption(
+            text, [&](const std::string& name, const std::string& value) { return ApplyOption(name, value, options); },
+            refused)) {
+        return true;
     }
-    return true;
+    std::fprintf(stderr, "velmora reference stack: unknown option or bad value: %s\n", refused.c_str());
+    return false;
 }
 
 }  // namespace

@@ -24,6 +24,8 @@
 // - The library must stay loaded for as long as anything it made is alive: its code runs the back-ends'
 //   destructors, which the library may call after the IntegrationLayer is gone.
 
+#include <string>
+
 #include "Velmora/IUva.h"
 
 #define VELMORA_STACK_INTERFACE_VERSION 1u
@@ -33,5 +35,29 @@
 namespace Velmora {
 
 using StackFactory = IUva* (*)(unsigned interfaceVersion, const char* options);
+
+// Walks a factory's options text: calls `apply(name, value)` for each `name=value` pair in order (empty
+// pairs are skipped). Stops at the first pair without '=' or that `apply` refuses (returns false), puts
+// that pair in `refused` and returns false.
+template <typename Apply>
+bool ForEachStackOption(const char* options, Apply apply, std::string& refused) {
+    const std::string all = options != 0 ? options : "";
+    std::string::size_type begin = 0;
+    while (begin < all.size()) {
+        std::string::size_type end = all.find(';', begin);
+        if (end == std::string::npos) {
+            end = all.size();
+        }
+        const std::string pair = all.substr(begin, end - begin);
+        begin = end + 1;
+        const std::string::size_type equals = pair.find('=');
+        if (!pair.empty() &&
+            (equals == std::string::npos || !apply(pair.substr(0, equals), pair.substr(equals + 1)))) {
+            refused = pair;
+            return false;
+        }
+    }
+    return true;
+}
 
 }  // namespace Velmora

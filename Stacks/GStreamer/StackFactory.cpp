@@ -13,31 +13,22 @@ namespace Velmora {
 namespace Gst {
 
 bool ParseStackOptions(const char* text, StackOptions& options, std::string& error) {
-    const std::string all = text != nullptr ? text : "";
-    std::size_t begin = 0;
-    while (begin < all.size()) {
-        std::size_t end = all.find(';', begin);
-        if (end == std::string::npos) {
-            end = all.size();
-        }
-        const std::string pair = all.substr(begin, end - begin);
-        begin = end + 1;
-        if (pair.empty()) {
-            continue;
-        }
-        if (pair == "video-sink=fake" || pair == "video-sink=auto") {
-            options.windowVideo = pair == "video-sink=auto" &&
-                                  (std::getenv("DISPLAY") != nullptr || std::getenv("WAYLAND_DISPLAY") != nullptr);
-        } else if (pair == "audio-sink=fake" || pair == "audio-sink=auto") {
-            options.realAudio = pair == "audio-sink=auto";
-        } else if (pair == "sync=clock" || pair == "sync=free") {
-            options.syncToClock = pair == "sync=clock";
-        } else {
-            error = pair;
-            return false;
-        }
-    }
-    return true;
+    return ForEachStackOption(
+        text,
+        [&options](const std::string& name, const std::string& value) {
+            if (name == "video-sink" && (value == "fake" || value == "auto")) {
+                options.windowVideo = value == "auto" &&
+                                      (std::getenv("DISPLAY") != nullptr || std::getenv("WAYLAND_DISPLAY") != nullptr);
+            } else if (name == "audio-sink" && (value == "fake" || value == "auto")) {
+                options.realAudio = value == "auto";
+            } else if (name == "sync" && (value == "clock" || value == "free")) {
+                options.syncToClock = value == "clock";
+            } else {
+                return false;
+            }
+            return true;
+        },
+        error);
 }
 
 }  // namespace Gst
