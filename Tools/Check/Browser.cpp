@@ -122,14 +122,15 @@ public:
     void OnEvent(const boost::shared_ptr<BackendEvent>& event) {
         const std::lock_guard<std::mutex> lock(mutex);
         const int code = event->type;
+        const BackendEvent& raised = *event;
         if (code < 0 || code >= kEventCodes) {
-            wrongClasses.push_back("code " + std::to_string(code) + " is no event code (" + Demangled(typeid(*event)) + ")");
+            wrongClasses.push_back("code " + std::to_string(code) + " is no event code (" + Demangled(typeid(raised)) + ")");
             return;
         }
         const EventClass& expected = kEventClasses[code];
         if (!expected.matches(*event)) {
             wrongClasses.push_back(std::string(expected.code) + " (" + std::to_string(code) + ") raised as " +
-                                   Demangled(typeid(*event)) + ", not " + expected.className);
+                                   Demangled(typeid(raised)) + ", not " + expected.className);
             return;
         }
         if (const auto* change = dynamic_cast<const Velmora::ComponentChangedEvent*>(event.get())) {

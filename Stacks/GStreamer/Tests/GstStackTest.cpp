@@ -40,7 +40,7 @@ using Source = IBackend::SourceDescriptionOperaStreaming;
 // Keeps the types of the events a back-end raises, and answers NeedMseData with what `answer` writes.
 class Recorder {
 public:
-    explicit Recorder(GstMediaBackend& backend) : backend(backend) {
+    explicit Recorder(GstMediaBackend& backend) {
         connection = backend.ConnectEvent([this](boost::shared_ptr<BackendEvent> event) { Record(event); });
     }
     ~Recorder() { connection.disconnect(); }
@@ -62,7 +62,6 @@ private:
         arrived.notify_all();
     }
 
-    GstMediaBackend& backend;
     boost::signals2::scoped_connection connection;
     std::mutex mutex;
     std::condition_variable arrived;
