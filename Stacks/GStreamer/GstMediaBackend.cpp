@@ -36,6 +36,19 @@ void Discard(GstElement* element) {
     throw ExceptionBase(type, message);
 }
 
+// Asks playbin3 to play exactly `wanted`; `operation` names the browser's call in the failure.
+void SelectStreams(GstElement* playing, const std::vector<std::string>& wanted, const char* operation) {
+    GList* ids = nullptr;
+    for (const std::string& id : wanted) {
+        ids = g_list_append(ids, const_cast<gchar*>(id.c_str()));
+    }
+    const bool sent = gst_element_send_event(playing, gst_event_new_select_streams(ids));
+    g_list_free(ids);
+    if (!sent) {
+        Fail(ExceptionBase::NotSupported, std::string(operation) + ": the pipeline refused the stream selection");
+    }
+}
+
 // A DecoderBuffer's bytes, lent to GStreamer without a copy: the buffer keeps the shared array alive.
 GstBuffer* WrapSample(const DecoderBuffer& sample) {
     auto* owner = new boost::shared_ptr<unsigned char>(sample.data);
@@ -764,15 +777,7 @@ void GstMediaBackend::SelectComponent(IAvComponent* chosen) {
             }
         }
     }
-    GList* ids = nullptr;
-    for (const std::string& id : wanted) {
-        ids = g_list_append(ids, const_cast<gchar*>(id.c_str()));
-    }
-    const bool sent = gst_element_send_event(playing, gst_event_new_select_streams(ids));
-    g_list_free(ids);
-    if (!sent) {
-        Fail(ExceptionBase::NotSupported, "SelectComponent: the pipeline refused the stream selection");
-    }
+    SelectStreams(playing, wanted, "SelectComponent");
 }
 
 void GstMediaBackend::UnselectComponent(IAvComponent* chosen) {
@@ -794,15 +799,7 @@ void GstMediaBackend::UnselectComponent(IAvComponent* chosen) {
             return;
         }
     }
-    GList* ids = nullptr;
-    for (const std::string& id : wanted) {
-        ids = g_list_append(ids, const_cast<gchar*>(id.c_str()));
-    }
-    const bool sent = gst_element_send_event(playing, gst_event_new_select_streams(ids));
-    g_list_free(ids);
-    if (!sent) {
-        Fail(ExceptionBase::NotSupported, "UnselectComponent: the pipeline refused the stream selection");
-    }
+    SelectStreams(playing, wanted, "UnselectComponent");
 }
 
 // On the bus thread: the streams playbin3 found become components; streams that went away are removed.
