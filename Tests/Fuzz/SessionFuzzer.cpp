@@ -817,7 +817,7 @@ void Session::WriteData() {
         const std::uint32_t filled = std::min<std::uint32_t>(mse->count, browser_.Byte() % 4);
         for (std::uint32_t index = 0; index < filled; ++index) {
             if (browser_.Byte() % 4 == 3) {
-                continue;  // a gap before the terminator
+                break;  // an early null: the browser's destructor stops there, so nothing may follow it
             }
             auto* sample = new UVABackend::MediaSample;
             mse->samples[index] = sample;

@@ -172,6 +172,11 @@ def corpus():
         event(0, 4, double(3) + u32(9)) + media("attach", flag(False), streaming_source(2, 3)) +
         media("remove", u32(3)) + media("bytesInBuffer") + release(0))
 
+    # The browser's event destructor stops at the first null entry, so the browser never stores a sample after one.
+    files["media-source-early-null"] = session(
+        request(1) + init(None, [streaming_source(0, 1)]) + event(0, 2, u32(7) + u8(3)) +
+        write_mse([u8(3), sample(b"never-stored")]) + release(0))
+
     files["media-components"] = session(
         request(0) + component_event(0, 0, 0, new_component=True) + component_event(0, 0, 0) +
         u8(COMPONENT_STATE) + u8(0) + flag(True) + media("select", flag(True), u8(0)) +
