@@ -96,7 +96,11 @@ struct MimeRow {
     const char* mediaType;  // null: refused
 };
 
-class MimeCapsTest : public ::testing::TestWithParam<MimeRow> {};
+// Caps are GStreamer objects: the library must be initialised even when this suite runs alone.
+class MimeCapsTest : public ::testing::TestWithParam<MimeRow> {
+protected:
+    static void SetUpTestSuite() { gst_init(nullptr, nullptr); }
+};
 
 TEST_P(MimeCapsTest, MapsToElementaryStreamCaps) {
     GstCaps* caps = CapsForMimeType(GetParam().mimeType);
