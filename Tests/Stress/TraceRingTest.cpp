@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <new>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include "CallGuard.h"
@@ -108,7 +109,7 @@ TEST(TraceRecordingStressTest, RecordingRacesTheOwnersSwitches) {
     using namespace Velmora;
     const Wrapper::LogSite site(Wrapper::LogFileName{"Velmora::TraceStress", "Tests/Stress/TraceRingTest"}, __LINE__);
     const Wrapper::CallPolicy policy{&site, "op", ""};
-    const std::string path = ::testing::TempDir() + "velmora-trace-stress.json";
+    const std::string path = ::testing::TempDir() + "velmora-trace-stress-" + std::to_string(getpid()) + ".json";
     ASSERT_TRUE(Trace::StartTrace(path, 256));
     Listener listener;
     Wrapper::SlotGate gate;

@@ -4,11 +4,13 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
+#include <unistd.h>
 
 #include "Json.h"
 #include "Summary.h"
@@ -46,12 +48,12 @@ int SummaryNumber(const std::string& text, const std::string& label) {
 // The reference media stack's scenarios, one session each: the timeline's counts are per scenario.
 const char* const kScenarios[] = {"mse", "url", "drm", "broadcast", "faults"};
 
-std::string TracePath(const std::string& scenario) {
-    return ::testing::TempDir() + "velmora-" + scenario + "-trace.json";
+// Files of this process only: ctest may run this program's cases side by side, each making its own session.
+std::string TempPath(const std::string& name) {
+    return ::testing::TempDir() + "velmora-" + std::to_string(getpid()) + "-" + name;
 }
-std::string TimelinePath(const std::string& scenario) {
-    return ::testing::TempDir() + "velmora-" + scenario + "-timeline.txt";
-}
+std::string TracePath(const std::string& scenario) { return TempPath(scenario + "-trace.json"); }
+std::string TimelinePath(const std::string& scenario) { return TempPath(scenario + "-timeline.txt"); }
 
 class TraceToolTest : public ::testing::Test {
 protected:
@@ -60,6 +62,12 @@ protected:
             const std::string command = std::string(VELMORA_SIMULATOR_COMMAND) + " --scenario " + scenario +
                                         " --trace-json " + TracePath(scenario) + " > " + TimelinePath(scenario);
             ASSERT_EQ(std::system(command.c_str()), 0) << Read(TimelinePath(scenario));
+        }
+    }
+    static void TearDownTestSuite() {
+        for (const std::string scenario : kScenarios) {
+            std::remove(TracePath(scenario).c_str());
+            std::remove(TimelinePath(scenario).c_str());
         }
     }
 };
@@ -134,7 +142,7 @@ TEST_F(TraceToolTest, FilesThatAreNoTraceOfTheLibraryAreRefusedWithTheirReason) 
         std::string contents;
         const char* message;
     };
-    const std::string path = ::testing::TempDir() + "velmora-bad-trace.json";
+    const std::string path = TempPath("bad-trace.json");
     for (const Case& c :
          {Case{whole.substr(0, whole.size() / 2), "unexpected end of file (truncated?)"},
           Case{"", "unexpected end of file"},
@@ -152,6 +160,7 @@ TEST_F(TraceToolTest, FilesThatAreNoTraceOfTheLibraryAreRefusedWithTheirReason) 
         EXPECT_NE(TraceSummary::SummarizeFile(path, out, err), 0) << c.message;
         EXPECT_THAT(err.str(), HasSubstr(c.message));
     }
+    std::remove(path.c_str());
     std::ostringstream out;
     std::ostringstream err;
     EXPECT_NE(TraceSummary::SummarizeFile(path + ".missing", out, err), 0);

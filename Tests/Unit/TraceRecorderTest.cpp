@@ -9,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 #include <thread>
+#include <unistd.h>
 
 #include "CallGuard.h"
 #include "Json.h"
@@ -62,7 +63,8 @@ protected:
 
     static double Arg(const JsonValue& event, const char* name) { return event.Find("args")->Find(name)->number; }
 
-    std::string path = ::testing::TempDir() + "velmora-trace-test.json";
+    // One file per process: ctest may run this program's cases side by side.
+    std::string path = ::testing::TempDir() + "velmora-trace-test-" + std::to_string(getpid()) + ".json";
     VelmoraTest::LogCapture log;
     int backend = 0;
 };
