@@ -7,7 +7,6 @@
 #include <type_traits>
 #include <utility>
 
-#include "AvComponentWrapper.h"
 #include "CallGuard.h"
 #include "DrmBackendWrapper.h"
 #include "Log.h"
@@ -44,6 +43,9 @@ constexpr const char* kNotOurDrmBackend = " Dynamic cast from UVADRMBackend* to 
 constexpr const char* kSendingEvent = "; (sending event to Opera): ";
 constexpr const char* kEventNotHandled = "MediaBackendEvent not handled. Event ID: ";
 constexpr const char* kEventWithoutClient = "MediaBackendEvent Event cannot be sent since client is not set!";
+
+// Unknown components are reported, and every new one is traced.
+const ComponentPolicy kComponents{&kLog, "MediaBackendEvent", kEventNotHandled, "Component ADDED: ", nullptr};
 
 // The operation's name is glued to the failure sentence without a blank; the browser's logs expect that.
 CallPolicy MediaCall(const char* name, int exceptionBaseLevel = 5) {
@@ -268,36 +270,16 @@ void LogNotHandled(BackendEvent::EventType code) {
     VELMORA_LOG(kLog, 4) << kEventNotHandled << Utilities::ConvertEventIdToString(code);
 }
 
-// Makes `named` name `component`, which cannot be destroyed while the event names it.
-void Name(::ComponentChangedEvent& named, UVABackend::AVComponent* component,
-          ::ComponentChangedEvent::Action action) noexcept {
-    named.action = action;
-    component->preventDestruction();
-    named.component = component;
-}
-
-// The browser's event naming `component`.
-std::unique_ptr<::ComponentChangedEvent> NamingEvent(UVABackend::AVComponent* component,
-                                                     ::ComponentChangedEvent::Action action) {
-    auto named = std::make_unique<::ComponentChangedEvent>();
-    Name(*named, component, action);
-    return named;
-}
-
-// Hands a component that never reached the browser back to the browser's protocol, which deletes it.
-struct RetireComponent {
-    void operator()(AvComponentWrapper* component) const { component->BackendMarkUnused(); }
-};
-
 }  // namespace
 
 MediaBackendWrapper::MediaBackendWrapper(boost::shared_ptr<IBackend> implementation, UVABackend::UVABackendType type,
                                          UVAClient* eventClient)
     : UVAMediaBackend(type),
+      delivery(kLog, kEventWithoutClient, eventClient),
+      components(kComponents, delivery),
       backend(std::move(implementation)),
-      media(dynamic_cast<IMediaBackend*>(backend.get())),
-      client(eventClient) {
-    if (client == nullptr) {
+      media(dynamic_cast<IMediaBackend*>(backend.get())) {
+    if (delivery.Client() == nullptr) {
         VELMORA_LOG(kLog, 5) << kNoClient;
         eventConnection.disconnect();
         return;
@@ -564,7 +546,7 @@ void MediaBackendWrapper::GetDRMBackend(std::string keySystemId, IDrmBackend*& d
         return;
     }
     VELMORA_LOG(kLog, 2) << kRequestingDrmBackend;
-    UVADRMBackend* const chosen = client->requestDRMBackend(keySystemId.c_str());
+    UVADRMBackend* const chosen = delivery.Client()->requestDRMBackend(keySystemId.c_str());
     if (chosen == nullptr) {
         VELMORA_LOG(kLog, 5) << "GetDRMBackend" << kNoDrmBackend << static_cast<const void*>(chosen);
         return;
@@ -618,39 +600,16 @@ UVA_STATUS MediaBackendWrapper::getNativeSize(int& width, int& height, double& a
 // Component selection
 
 UVA_STATUS MediaBackendWrapper::selectComponent(AVComponent* component) {
-    return PassOnSelection("selectComponent", kSelectUnknown, &IMediaBackend::SelectComponent, component);
+    return ChangeSelection(Selection::Select, component);
 }
 
 UVA_STATUS MediaBackendWrapper::unselectComponent(AVComponent* component) {
-    return PassOnSelection("unselectComponent", kUnselectUnknown, &IMediaBackend::UnselectComponent,
-                           component);
+    return ChangeSelection(Selection::Unselect, component);
 }
 
-UVA_STATUS MediaBackendWrapper::PassOnSelection(const char* name, const char* unknownComponentText,
-                                                void (IMediaBackend::*selection)(IAvComponent*),
-                                                AVComponent* component) {
-    return Guarded(MediaCall(name), [&] {
-        IMediaBackend& media = Media();
-        if (component == nullptr) {
-            VELMORA_LOG(kLog, 5) << name << kNullComponent;
-            return UVA_STATUS_ERROR;
-        }
-        const auto entry = componentMap.find(component);
-        if (entry == componentMap.end()) {
-            VELMORA_LOG(kLog, 5) << name << unknownComponentText;
-            return UVA_STATUS_ERROR;
-        }
-        const auto* shown = dynamic_cast<const AvComponentWrapper*>(component);
-        if (shown == nullptr) {
-            throw GenericErrorException(kComponentCastFailed);
-        }
-        // Only a component the media stack reports active can be selected or unselected.
-        if (shown->state == 0) {
-            return UVA_STATUS_ERROR;
-        }
-        (media.*selection)(entry->second);
-        return UVA_STATUS_OK;
-    }, this, name);
+UVA_STATUS MediaBackendWrapper::ChangeSelection(Selection which, AVComponent* component) {
+    const char* const name = ComponentRegistry::OperationName(which);
+    return Guarded(MediaCall(name), [&] { return components.ChangeSelection(Media(), which, component); }, this, name);
 }
 
 // Events
@@ -664,7 +623,7 @@ void MediaBackendWrapper::MediaBackendEvent(boost::shared_ptr<BackendEvent> even
     // Without memory for this line the event, a component's removal above all, is still handled.
     VELMORA_LOG_QUIET(kLog, 2) << "MediaBackendEvent" << kSendingEvent << Utilities::EventName(code);
     if (code == BackendEvent::ComponentChanged) {
-        OnComponentChanged(*event);
+        components.OnComponentChanged(*event);
         return;
     }
     UVAEvent::Type browserType = UVAEvent::RESOURCE_REVOKED;
@@ -676,74 +635,7 @@ void MediaBackendWrapper::MediaBackendEvent(boost::shared_ptr<BackendEvent> even
         LogNotHandled(code);
         return;
     }
-    Send(std::move(translated));
-}
-
-void MediaBackendWrapper::OnComponentChanged(const BackendEvent& event) {
-    const auto* change = dynamic_cast<const ComponentChangedEvent*>(&event);
-    if (change == nullptr) {
-        throw GenericErrorException(kEventCastFailed);
-    }
-    // An unknown action is refused below whatever it carries.
-    if (change->component == nullptr && change->action >= ComponentChangedEvent::Added &&
-        change->action <= ComponentChangedEvent::Changed) {
-        VELMORA_LOG(kLog, 5) << "MediaBackendEvent" << kNullComponentIgnored;
-        return;
-    }
-    switch (change->action) {
-        case ComponentChangedEvent::Added: {
-            // Everything that can fail comes before the map changes, so a failure leaves no wrapper
-            // registered that the browser never heard of.
-            auto named = std::make_unique<::ComponentChangedEvent>();
-            std::unique_ptr<AvComponentWrapper, RetireComponent> created(new AvComponentWrapper(change->component));
-            componentMap.emplace(created.get(), change->component);
-            AvComponentWrapper* const added = created.release();
-            Name(*named, added, ::ComponentChangedEvent::ADDED);
-            VELMORA_LOG_QUIET(kLog, 2) << "Component ADDED: " << static_cast<const void*>(added);
-            Send(std::move(named));
-            return;
-        }
-        case ComponentChangedEvent::Removed: {
-            const auto entry = FindComponent(change->component);
-            if (entry == componentMap.end()) {
-                LogNotHandled(event.type);
-                return;
-            }
-            AVComponent* const removed = entry->first;
-            // The media stack has removed it: from here on the browser's protocol decides when it goes,
-            // even when there is no memory to tell the browser.
-            const ComponentRemoval<std::map<AVComponent*, IAvComponent*>> removal(componentMap, entry);
-            VELMORA_LOG_QUIET(kLog, 2) << "Component to be REMOVED: " << static_cast<const void*>(removed);
-            Send(NamingEvent(removed, ::ComponentChangedEvent::REMOVED));
-            return;
-        }
-        case ComponentChangedEvent::Changed: {
-            const auto entry = FindComponent(change->component);
-            if (entry == componentMap.end()) {
-                LogNotHandled(event.type);
-                return;
-            }
-            Send(NamingEvent(entry->first, ::ComponentChangedEvent::CHANGED));
-            return;
-        }
-        default:
-            throw GenericErrorException(kUnknownComponentAction);
-    }
-}
-
-std::map<UVABackend::AVComponent*, IAvComponent*>::iterator MediaBackendWrapper::FindComponent(
-    const IAvComponent* component) {
-    return std::find_if(componentMap.begin(), componentMap.end(),
-                        [component](const auto& entry) { return entry.second == component; });
-}
-
-void MediaBackendWrapper::Send(std::unique_ptr<UVAEvent> event) {
-    if (client == nullptr) {
-        event.reset();
-        VELMORA_LOG(kLog, 5) << kEventWithoutClient;
-        return;
-    }
-    client->handleEvent(event.release());
+    delivery.Deliver(std::move(translated));
 }
 
 }  // namespace Wrapper

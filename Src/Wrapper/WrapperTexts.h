@@ -13,8 +13,6 @@ inline constexpr const char* kUnselectUnknown = " Uva attempts to select invalid
 // Written after the name of the slot that received it: the media stack sent what it must never send.
 inline constexpr const char* kNullEventIgnored = ": null event ignored";
 inline constexpr const char* kNullComponentIgnored = ": component event without a component ignored";
-inline constexpr const char* kComponentCastFailed =
-    "Exception occurred while performing cast from '::UVABackend::AVComponent*' to 'AvComponentWrapper*'";
 
 }  // namespace Wrapper
 }  // namespace Velmora
