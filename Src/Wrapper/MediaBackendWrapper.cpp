@@ -9,6 +9,7 @@
 
 #include "CallGuard.h"
 #include "DrmBackendWrapper.h"
+#include "EventTranslation.h"
 #include "Log.h"
 #include "MediaSourceSamples.h"
 #include "Utilities.h"
@@ -42,11 +43,10 @@ constexpr const char* kRequestingDrmBackend = " <><><><><><>  Uva Media Backend 
 constexpr const char* kNoDrmBackend = " Unable to get DRM backend from Uva Client! value(ptrOperaContext): ";
 constexpr const char* kNotOurDrmBackend = " Dynamic cast from UVADRMBackend* to DrmBackendWrapper* failed!";
 constexpr const char* kSendingEvent = "; (sending event to Opera): ";
-constexpr const char* kEventNotHandled = "MediaBackendEvent not handled. Event ID: ";
 constexpr const char* kEventWithoutClient = "MediaBackendEvent Event cannot be sent since client is not set!";
 
 // Unknown components are reported, and every new one is traced.
-const ComponentPolicy kComponents{&kLog, "MediaBackendEvent", kEventNotHandled, "Component ADDED: ", nullptr};
+const ComponentPolicy kComponents{&kLog, "MediaBackendEvent", kMediaEventNotHandled, "Component ADDED: ", nullptr};
 
 // The operation's name is glued to the failure sentence without a blank; the browser's logs expect that.
 CallPolicy MediaCall(const char* name, int exceptionBaseLevel = 5) {
@@ -56,11 +56,6 @@ CallPolicy MediaCall(const char* name, int exceptionBaseLevel = 5) {
 // "No" is an answer, not a failure.
 UVA_STATUS AnswerOf(bool yes) { return yes ? UVA_STATUS_OK : UVA_STATUS_ERROR_2; }
 
-// A new[] array of count + 1 null entries: terminated however far it gets filled.
-template <typename Entry>
-Entry** NullTerminatedArray(std::uint64_t count) {
-    return new Entry*[count + 1]();
-}
 
 // Sources
 
@@ -110,92 +105,8 @@ void PassOnAnswer(IMediaBackend& media, UVAEvent* answer, unsigned int size, UVA
 
 // Events
 
-using BrowserEvent = std::unique_ptr<UVAEvent>;
-
-// The browser's `To` filled from the media stack's `From`; null when the event is of another class.
-template <typename From, typename To, typename Fill>
-BrowserEvent Translated(const BackendEvent& event, Fill fill) {
-    const auto* from = dynamic_cast<const From*>(&event);
-    if (from == nullptr) {
-        return nullptr;
-    }
-    auto to = std::make_unique<To>();
-    fill(*from, *to);
-    return to;
-}
-
-void CopyParentalRating(const ParentalRatingEventBase& from, ::ParentalRatingEvent& to) {
-    to.contentId = Utilities::DuplicateText(from.contentId);
-    to.rating = from.rating;
-    to.drmSystemId = Utilities::DuplicateText(from.drmSystemId);
-}
-
-// The browser's version of a media event other than a component change; null when the media back-end
-// does not pass the event on or it is not of the class its code names.
-BrowserEvent Translate(const BackendEvent& event, UVAEvent::Type browserType) {
-    switch (event.type) {
-        case BackendEvent::BackendResourceRevoked:
-        case BackendEvent::PlaybackFinished:
-        case BackendEvent::DecodeError:
-        case BackendEvent::SeekCompleted:
-        case BackendEvent::VideoFrameAvailable:
-        case BackendEvent::BufferingProgress:
-        case BackendEvent::BufferingNetworkError:
-        case BackendEvent::BufferingIdle:
-        case BackendEvent::BufferingStreamBuffered:
-            return std::make_unique<UVAEvent>(browserType);
-        case BackendEvent::NeedData:
-            return Translated<Velmora::NeedDataEvent, ::NeedDataEvent>(event, [](const auto& from, auto& to) {
-                to.sourceId = from.first;
-                to.requestId = from.second;
-                to.offset = from.third;
-                to.size = from.fourth;
-            });
-        case BackendEvent::NeedMseData:
-            return Translated<Velmora::NeedMseDataEvent, ::NeedMSEDataEvent>(event, [](const auto& from, auto& to) {
-                to.sourceId = from.sourceId;
-                // Never zero, so the browser always finds a slot before the terminator it walks to.
-                to.count = from.count == 0 ? 1 : from.count;
-                to.samples = NullTerminatedArray<UVABackend::MediaSample>(to.count);
-            });
-        case BackendEvent::CancelDataRequests:
-            return Translated<Velmora::CancelDataRequestsEvent, ::CancelDataRequestsEvent>(
-                event, [](const auto& from, auto& to) {
-                    to.position = from.position;
-                    to.requestId = from.requestId;
-                });
-        case BackendEvent::DurationChanged:
-            return Translated<Velmora::DurationChangedEvent, ::DurationChangedEvent>(
-                event, [](const auto& from, auto& to) { to.duration = from.duration; });
-        case BackendEvent::VideoResized:
-            return Translated<Velmora::VideoResizedEvent, ::VideoResizedEvent>(event, [](const auto& from, auto& to) {
-                to.width = from.width;
-                to.height = from.height;
-                to.aspectRatio = from.aspectRatio;
-            });
-        case BackendEvent::DRMRightsError:
-            return Translated<Velmora::DRMRightsErrorEvent, ::DRMRightsErrorEvent>(
-                event, [](const auto& from, auto& to) {
-                    to.errorState = from.errorState;
-                    to.contentId = Utilities::DuplicateText(from.contentId);
-                    to.drmSystemId = Utilities::DuplicateText(from.drmSystemId);
-                    to.rightsIssuerUrl = Utilities::DuplicateText(from.rightsIssuerUrl);
-                });
-        case BackendEvent::ParentalRatingError:
-            return Translated<Velmora::ParentalRatingErrorEvent, ::ParentalRatingErrorEvent>(event, CopyParentalRating);
-        case BackendEvent::ParentalRatingChange:
-            return Translated<Velmora::ParentalRatingChangeEvent, ::ParentalRatingChangeEvent>(event,
-                                                                                               CopyParentalRating);
-        case BackendEvent::BufferingStreamUnderrun:
-            return Translated<Velmora::BufferingStreamUnderrunEvent, ::BufferingStreamUnderrunEvent>(
-                event, [](const auto& from, auto& to) { to.bufferLevel = from.bufferLevel; });
-        default:
-            return nullptr;
-    }
-}
-
 void LogNotHandled(BackendEvent::EventType code) {
-    VELMORA_LOG(kLog, 4) << kEventNotHandled << Utilities::ConvertEventIdToString(code);
+    VELMORA_LOG(kLog, 4) << kMediaEventNotHandled << Utilities::ConvertEventIdToString(code);
 }
 
 }  // namespace
@@ -452,7 +363,7 @@ UVA_STATUS MediaBackendWrapper::getSupportedMimetypes(char**& types) {
     return Guarded(MediaCall("getSupportedMimetypes"), [&] {
         std::vector<std::string> supported;
         Media().GetSupportedMimetypes(supported);
-        types = NullTerminatedArray<char>(supported.size());
+        types = Utilities::NullTerminatedArray<char>(supported.size());
         // A 16-bit index: longer lists wrap over their first entries. A known limit, kept as it is.
         std::uint16_t index = 0;
         for (const std::string& type : supported) {
@@ -495,7 +406,7 @@ UVA_STATUS MediaBackendWrapper::ReportTimeRanges(const char* name, TimeRangeQuer
         std::vector<IBackend::ByteRange> byteRanges;  // not reported to the browser
         std::vector<IBackend::TimeRange> ranges;
         const bool answer = (Media().*query)(byteRanges, ranges);
-        timeRanges = NullTerminatedArray<TimeRange>(ranges.size());
+        timeRanges = Utilities::NullTerminatedArray<TimeRange>(ranges.size());
         for (std::size_t index = 0; index < ranges.size(); ++index) {
             // In the media stack's own unit, unscaled; exact, as every 32-bit value is a double.
             timeRanges[index] =
@@ -555,9 +466,9 @@ void MediaBackendWrapper::MediaBackendEvent(boost::shared_ptr<BackendEvent> even
         return;
     }
     UVAEvent::Type browserType = UVAEvent::RESOURCE_REVOKED;
-    BrowserEvent translated;
+    std::unique_ptr<UVAEvent> translated;
     if (Utilities::ToBrowserEventType(code, browserType)) {
-        translated = Translate(*event, browserType);
+        translated = TranslateMediaEvent(*event, browserType);
     }
     if (translated == nullptr) {
         LogNotHandled(code);

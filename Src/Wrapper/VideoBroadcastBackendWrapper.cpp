@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "EventTranslation.h"
 #include "Log.h"
 #include "Utilities.h"
 #include "WrapperTexts.h"
@@ -19,7 +20,6 @@ namespace Wrapper {
 
 namespace {
 
-using Utilities::DuplicateText;
 using Utilities::MakeVideoRect;
 using Utilities::TextOrEmpty;
 // The browser's component event (the media stack has its own of the same name).
@@ -59,82 +59,6 @@ std::int32_t WholeLow32(double position) {
         low += kWord;
     }
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(low));
-}
-
-template <typename Event>
-const Event& As(const BackendEvent& event) {
-    const auto* concrete = dynamic_cast<const Event*>(&event);
-    if (concrete == nullptr) {
-        throw GenericErrorException(kEventCastFailed);
-    }
-    return *concrete;
-}
-
-template <typename BrowserEvent, typename Event>
-std::unique_ptr<UVAEvent> CopyRating(const BackendEvent& event) {
-    const auto& source = As<Event>(event);
-    auto rating = std::make_unique<BrowserEvent>();
-    rating->contentId = DuplicateText(source.contentId);
-    rating->rating = source.rating;
-    rating->drmSystemId = DuplicateText(source.drmSystemId);
-    return rating;
-}
-
-// The browser's event for a code from ParentalRatingError to SubtitlesChanged.
-std::unique_ptr<UVAEvent> Translate(const BackendEvent& event) {
-    switch (event.type) {
-        case BackendEvent::ParentalRatingError:
-            return CopyRating<::ParentalRatingErrorEvent, Velmora::ParentalRatingErrorEvent>(event);
-        case BackendEvent::ParentalRatingChange:
-            return CopyRating<::ParentalRatingChangeEvent, Velmora::ParentalRatingChangeEvent>(event);
-        case BackendEvent::BroadcastPlaystateChange: {
-            const auto& source = As<Velmora::BroadcastPlaystateChangeEvent>(event);
-            auto change = std::make_unique<::BroadcastPlaystateChangeEvent>();
-            change->state = source.state;
-            change->error = source.error;
-            return change;
-        }
-        case BackendEvent::ChannelChangeError: {
-            const auto& source = As<Velmora::ChannelChangeErrorEvent>(event);
-            auto failure = std::make_unique<::ChannelChangeErrorEvent>();
-            failure->channel = source.channel;
-            failure->errorState = source.errorState;
-            return failure;
-        }
-        case BackendEvent::ChannelChangeSucceeded: {
-            const auto& source = As<Velmora::ChannelChangeSucceededEvent>(event);
-            auto success = std::make_unique<::ChannelChangeSucceededEvent>();
-            success->channel = source.channel;
-            return success;
-        }
-        case BackendEvent::RecordingError: {
-            const auto& source = As<Velmora::RecordingErrorEvent>(event);
-            auto failure = std::make_unique<::RecordingErrorEvent>();
-            failure->error = source.error;
-            failure->recordingId = DuplicateText(source.recordingId);
-            return failure;
-        }
-        case BackendEvent::RecordingStateChange: {
-            const auto& source = As<Velmora::RecordingStateChangeEvent>(event);
-            auto change = std::make_unique<::RecordingStateChangeEvent>();
-            change->state = source.state;
-            change->recordingId = DuplicateText(source.recordingId);
-            return change;
-        }
-        case BackendEvent::SubtitlesChanged: {
-            const auto& source = As<Velmora::SubtitlesChangedEvent>(event);
-            auto change = std::make_unique<::SubtitlesChangedEvent>();
-            change->language = DuplicateText(source.language);
-            return change;
-        }
-        default: {
-            // Programmes changed and the buffering events carry nothing the browser reads here; the
-            // stream underrun's buffer level is deliberately not passed on by broadcast.
-            UVAEvent::Type code = UVAEvent::RESOURCE_REVOKED;
-            Utilities::ToBrowserEventType(event.type, code);
-            return std::make_unique<UVAEvent>(code);
-        }
-    }
 }
 
 }  // namespace
@@ -357,7 +281,7 @@ void VideoBroadcastBackendWrapper::VideoBroadcastBackendEvent(boost::shared_ptr<
     if (type == BackendEvent::ComponentChanged) {
         components.OnComponentChanged(*event);
     } else {
-        delivery.Deliver(Translate(*event));
+        delivery.Deliver(TranslateBroadcastEvent(*event));
     }
 }
 

@@ -5,6 +5,8 @@ namespace Velmora {
 namespace Wrapper {
 
 inline constexpr const char* kEventCastFailed = "Dynamic cast of Velmora::BackendEventPtr failed.";
+// The DRM wrapper reports the events it cannot pass on under the media wrapper's wording.
+inline constexpr const char* kMediaEventNotHandled = "MediaBackendEvent not handled. Event ID: ";
 inline constexpr const char* kUnknownComponentAction = "Unknown ComponentChangedEvent action!";
 // The selection refusals say "select" for both operations, and word an unknown component differently.
 inline constexpr const char* kNullComponent = " Uva attempts to select nullpointer AVComponent id.";
