@@ -31,25 +31,5 @@ private:
     SlotGate gate;
 };
 
-// Completes the removal of a map's component on every way out of the scope, the browser's event sent
-// or not (no memory for it): the component is marked unused and forgotten, never left registered.
-template <typename ComponentMap>
-class ComponentRemoval {
-public:
-    ComponentRemoval(ComponentMap& map, typename ComponentMap::iterator entry) : map_(map), entry_(entry) {}
-    ~ComponentRemoval() {
-        if (auto* removed = dynamic_cast<AvComponentWrapper*>(entry_->first)) {
-            removed->BackendMarkUnused();
-        }
-        map_.erase(entry_);
-    }
-    ComponentRemoval(const ComponentRemoval&) = delete;
-    ComponentRemoval& operator=(const ComponentRemoval&) = delete;
-
-private:
-    ComponentMap& map_;
-    typename ComponentMap::iterator entry_;
-};
-
 }  // namespace Wrapper
 }  // namespace Velmora

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "CallGuard.h"
+#include "EventTranslation.h"
 #include "Log.h"
 #include "Utilities.h"
 #include "WrapperTexts.h"
@@ -56,76 +57,6 @@ std::ostream& operator<<(std::ostream& line, const AsText& block) {
     }
     const char* text = reinterpret_cast<const char*>(block.bytes);
     return line.write(text, static_cast<std::streamsize>(strnlen(text, block.size)));
-}
-
-// The media stack's event as the class its type code names; never read fields of another class. The
-// throw leaves the slot towards whoever raised the event, as for the media back-end's events.
-template <typename Derived>
-const Derived& As(const DrmBackendEvent& event) {
-    const auto* derived = dynamic_cast<const Derived*>(&event);
-    if (derived == nullptr) {
-        throw GenericErrorException(kEventCastFailed);
-    }
-    return *derived;
-}
-
-// What every DRM event carries. The browser frees the texts with free().
-void CopyCommonFields(UVADRMEvent& target, const DrmBackendEvent& source, bool flag) {
-    target.keySystem = Utilities::DuplicateText(source.keySystem);
-    target.sessionId = Utilities::DuplicateText(source.sessionId);
-    target.flag = flag;
-}
-
-// The browser frees the block with free(); without memory it gets no block and length 0.
-void CopyBytes(const boost::shared_ptr<unsigned char>& bytes, std::uint32_t size, unsigned char*& target,
-               std::uint32_t& targetLength) {
-    target = Utilities::MallocCopy(bytes.get(), size);
-    targetLength = target == nullptr ? 0 : size;
-}
-
-// The browser's counterpart of `event`, or null for a type the browser has no event for.
-UVADRMEvent* NewBrowserEvent(const DrmBackendEvent& event) {
-    switch (event.type) {
-        case DrmBackendEvent::KeyNeeded: {
-            const auto& source = As<UvaNeedKeyDRMEvent>(event);
-            auto* target = new UVANeedKeyDRMEvent;
-            // The browser starts a key request on every need-key event, so its flag is always set.
-            CopyCommonFields(*target, source, true);
-            CopyBytes(source.initData, source.initDataSize, target->initData, target->initDataLength);
-            target->needKey = source.needKeyFlag;
-            return target;
-        }
-        case DrmBackendEvent::KeyMessage: {
-            const auto& source = As<UvaKeyMessageDrmEvent>(event);
-            auto* target = new UVAKeyMessageDRMEvent;
-            CopyCommonFields(*target, source, source.flag);
-            CopyBytes(source.message, source.messageSize, target->message, target->messageLength);
-            target->defaultUrl = Utilities::DuplicateText(source.defaultUrl);
-            return target;
-        }
-        case DrmBackendEvent::KeyComplete: {
-            auto* target = new UVADRMEvent(UVADRMEvent::KEY_COMPLETE);
-            CopyCommonFields(*target, event, event.flag);
-            return target;
-        }
-        case DrmBackendEvent::KeyError: {
-            const auto& source = As<UvaKeyErrorDrmEvent>(event);
-            auto* target = new UVAKeyErrorDRMEvent;
-            CopyCommonFields(*target, source, source.flag);
-            target->errorCode = source.errorCode;
-            target->systemCode = source.systemCode;
-            return target;
-        }
-        case DrmBackendEvent::DrmMessageResult: {
-            const auto& source = As<UvaResultMessageDrmEvent>(event);
-            auto* target = new UVAResultMessageDRMEvent;
-            CopyCommonFields(*target, source, source.flag);
-            target->resultMessage = Utilities::DuplicateText(source.resultMessage);
-            target->resultCode = source.resultCode;
-            return target;
-        }
-    }
-    return nullptr;
 }
 
 }  // namespace
@@ -269,10 +200,10 @@ void DrmBackendWrapper::DrmBackendEventHandler(boost::shared_ptr<DrmBackendEvent
     }
     VELMORA_LOG(kLog, 2) << "DrmBackendEventHandler" << "; (sending event to Opera) "
                          << Utilities::ConvertEventIdToString(event->type);
-    UVADRMEvent* browserEvent = NewBrowserEvent(*event);
+    UVADRMEvent* browserEvent = TranslateDrmEvent(*event);
     if (browserEvent == nullptr) {
         // The DRM wrapper has always reported these under the media wrapper's wording.
-        VELMORA_LOG(kLog, 5) << "MediaBackendEvent not handled. Event ID: "
+        VELMORA_LOG(kLog, 5) << kMediaEventNotHandled
                              << Utilities::ConvertEventIdToString(event->type);
         return;
     }

@@ -7,10 +7,11 @@
 #include <type_traits>
 #include <utility>
 
-#include "AvComponentWrapper.h"
 #include "CallGuard.h"
 #include "DrmBackendWrapper.h"
+#include "EventTranslation.h"
 #include "Log.h"
+#include "MediaSourceSamples.h"
 #include "Utilities.h"
 #include "WrapperTexts.h"
 #include "Velmora/Exceptions.h"
@@ -42,8 +43,10 @@ constexpr const char* kRequestingDrmBackend = " <><><><><><>  Uva Media Backend 
 constexpr const char* kNoDrmBackend = " Unable to get DRM backend from Uva Client! value(ptrOperaContext): ";
 constexpr const char* kNotOurDrmBackend = " Dynamic cast from UVADRMBackend* to DrmBackendWrapper* failed!";
 constexpr const char* kSendingEvent = "; (sending event to Opera): ";
-constexpr const char* kEventNotHandled = "MediaBackendEvent not handled. Event ID: ";
 constexpr const char* kEventWithoutClient = "MediaBackendEvent Event cannot be sent since client is not set!";
+
+// Unknown components are reported, and every new one is traced.
+const ComponentPolicy kComponents{&kLog, "MediaBackendEvent", kMediaEventNotHandled, "Component ADDED: ", nullptr};
 
 // The operation's name is glued to the failure sentence without a blank; the browser's logs expect that.
 CallPolicy MediaCall(const char* name, int exceptionBaseLevel = 5) {
@@ -53,11 +56,6 @@ CallPolicy MediaCall(const char* name, int exceptionBaseLevel = 5) {
 // "No" is an answer, not a failure.
 UVA_STATUS AnswerOf(bool yes) { return yes ? UVA_STATUS_OK : UVA_STATUS_ERROR_2; }
 
-// A new[] array of count + 1 null entries: terminated however far it gets filled.
-template <typename Entry>
-Entry** NullTerminatedArray(std::uint64_t count) {
-    return new Entry*[count + 1]();
-}
 
 // Sources
 
@@ -87,79 +85,6 @@ void DeleteSources(SourceDescription** sources) {
     delete[] sources;
 }
 
-// Media Source samples
-
-// Frees the nodes it still holds, so an interrupted copy leaks none of the browser's list.
-class SubSampleList {
-public:
-    explicit SubSampleList(UVABackend::MediaSample::SubSample* head) : head_(head) {}
-    ~SubSampleList() {
-        while (!Empty()) {
-            Pop();
-        }
-    }
-    SubSampleList(const SubSampleList&) = delete;
-    SubSampleList& operator=(const SubSampleList&) = delete;
-
-    bool Empty() const { return head_ == nullptr; }
-    SubSampleEncryptionInfo Pop() {
-        const std::unique_ptr<UVABackend::MediaSample::SubSample> node(head_);
-        head_ = node->next;
-        return {node->clearBytes, node->encryptedBytes};
-    }
-
-private:
-    UVABackend::MediaSample::SubSample* head_;
-};
-
-std::vector<SubSampleEncryptionInfo> TakeSubSamples(UVABackend::MediaSample& sample) {
-    std::vector<SubSampleEncryptionInfo> infos;
-    SubSampleList list(sample.takeSubSamples());
-    while (!list.Empty()) {
-        infos.push_back(list.Pop());
-    }
-    return infos;
-}
-
-// An empty buffer stays null: nothing is allocated for it.
-boost::shared_ptr<unsigned char> SharedCopyOf(const UVABackend::MediaSample::Buffer& buffer) {
-    return buffer.size() == 0 ? nullptr : Utilities::CopyToSharedBytes(buffer.bytes(), buffer.size());
-}
-
-DecoderBuffer DecoderBufferOf(UVABackend::MediaSample& sample) {
-    DecoderBuffer buffer;
-    buffer.subSamples = TakeSubSamples(sample);
-    buffer.data = SharedCopyOf(sample.data);
-    buffer.dataSize = sample.data.size();
-    buffer.keyId = SharedCopyOf(sample.keyId);
-    buffer.keyIdSize = sample.keyId.size();
-    buffer.iv = SharedCopyOf(sample.iv);
-    buffer.ivSize = sample.iv.size();
-    buffer.codecConfig = SharedCopyOf(sample.codecConfig);
-    buffer.codecConfigSize = sample.codecConfig.size();
-    buffer.streamId = sample.streamId;
-    buffer.encryptionScheme = sample.encryptionScheme;
-    buffer.timestamp = static_cast<double>(sample.timestampMs);
-    buffer.duration = sample.durationMs;
-    buffer.keyFrame = sample.keyFrame;
-    buffer.configVersion = sample.configVersion;
-    buffer.width = sample.width;
-    buffer.height = sample.height;
-    buffer.sampleRate = sample.sampleRate;
-    return buffer;
-}
-
-// One buffer per sample present; the count stays the browser's.
-boost::shared_ptr<BackendEvent> WriteMseDataOf(::NeedMSEDataEvent& answer) {
-    const auto buffers = boost::make_shared<std::vector<DecoderBuffer>>();
-    for (std::uint32_t index = 0; answer.samples != nullptr && index < answer.count; ++index) {
-        if (UVABackend::MediaSample* const sample = answer.samples[index]) {
-            buffers->push_back(DecoderBufferOf(*sample));
-        }
-    }
-    return boost::make_shared<WriteMseDataEvent>(answer.sourceId, buffers, answer.count);
-}
-
 // The browser's answer to a data request, passed on as the media stack's own event.
 void PassOnAnswer(IMediaBackend& media, UVAEvent* answer, unsigned int size, UVABackend::WriteDataStatus status) {
     const UVAEvent::Type code = answer != nullptr ? answer->getType() : UVAEvent::RESOURCE_REVOKED;
@@ -180,124 +105,20 @@ void PassOnAnswer(IMediaBackend& media, UVAEvent* answer, unsigned int size, UVA
 
 // Events
 
-using BrowserEvent = std::unique_ptr<UVAEvent>;
-
-// The browser's `To` filled from the media stack's `From`; null when the event is of another class.
-template <typename From, typename To, typename Fill>
-BrowserEvent Translated(const BackendEvent& event, Fill fill) {
-    const auto* from = dynamic_cast<const From*>(&event);
-    if (from == nullptr) {
-        return nullptr;
-    }
-    auto to = std::make_unique<To>();
-    fill(*from, *to);
-    return to;
-}
-
-void CopyParentalRating(const ParentalRatingEventBase& from, ::ParentalRatingEvent& to) {
-    to.contentId = Utilities::DuplicateText(from.contentId);
-    to.rating = from.rating;
-    to.drmSystemId = Utilities::DuplicateText(from.drmSystemId);
-}
-
-// The browser's version of a media event other than a component change; null when the media back-end
-// does not pass the event on or it is not of the class its code names.
-BrowserEvent Translate(const BackendEvent& event, UVAEvent::Type browserType) {
-    switch (event.type) {
-        case BackendEvent::BackendResourceRevoked:
-        case BackendEvent::PlaybackFinished:
-        case BackendEvent::DecodeError:
-        case BackendEvent::SeekCompleted:
-        case BackendEvent::VideoFrameAvailable:
-        case BackendEvent::BufferingProgress:
-        case BackendEvent::BufferingNetworkError:
-        case BackendEvent::BufferingIdle:
-        case BackendEvent::BufferingStreamBuffered:
-            return std::make_unique<UVAEvent>(browserType);
-        case BackendEvent::NeedData:
-            return Translated<Velmora::NeedDataEvent, ::NeedDataEvent>(event, [](const auto& from, auto& to) {
-                to.sourceId = from.first;
-                to.requestId = from.second;
-                to.offset = from.third;
-                to.size = from.fourth;
-            });
-        case BackendEvent::NeedMseData:
-            return Translated<Velmora::NeedMseDataEvent, ::NeedMSEDataEvent>(event, [](const auto& from, auto& to) {
-                to.sourceId = from.sourceId;
-                // Never zero, so the browser always finds a slot before the terminator it walks to.
-                to.count = from.count == 0 ? 1 : from.count;
-                to.samples = NullTerminatedArray<UVABackend::MediaSample>(to.count);
-            });
-        case BackendEvent::CancelDataRequests:
-            return Translated<Velmora::CancelDataRequestsEvent, ::CancelDataRequestsEvent>(
-                event, [](const auto& from, auto& to) {
-                    to.position = from.position;
-                    to.requestId = from.requestId;
-                });
-        case BackendEvent::DurationChanged:
-            return Translated<Velmora::DurationChangedEvent, ::DurationChangedEvent>(
-                event, [](const auto& from, auto& to) { to.duration = from.duration; });
-        case BackendEvent::VideoResized:
-            return Translated<Velmora::VideoResizedEvent, ::VideoResizedEvent>(event, [](const auto& from, auto& to) {
-                to.width = from.width;
-                to.height = from.height;
-                to.aspectRatio = from.aspectRatio;
-            });
-        case BackendEvent::DRMRightsError:
-            return Translated<Velmora::DRMRightsErrorEvent, ::DRMRightsErrorEvent>(
-                event, [](const auto& from, auto& to) {
-                    to.errorState = from.errorState;
-                    to.contentId = Utilities::DuplicateText(from.contentId);
-                    to.drmSystemId = Utilities::DuplicateText(from.drmSystemId);
-                    to.rightsIssuerUrl = Utilities::DuplicateText(from.rightsIssuerUrl);
-                });
-        case BackendEvent::ParentalRatingError:
-            return Translated<Velmora::ParentalRatingErrorEvent, ::ParentalRatingErrorEvent>(event, CopyParentalRating);
-        case BackendEvent::ParentalRatingChange:
-            return Translated<Velmora::ParentalRatingChangeEvent, ::ParentalRatingChangeEvent>(event,
-                                                                                               CopyParentalRating);
-        case BackendEvent::BufferingStreamUnderrun:
-            return Translated<Velmora::BufferingStreamUnderrunEvent, ::BufferingStreamUnderrunEvent>(
-                event, [](const auto& from, auto& to) { to.bufferLevel = from.bufferLevel; });
-        default:
-            return nullptr;
-    }
-}
-
 void LogNotHandled(BackendEvent::EventType code) {
-    VELMORA_LOG(kLog, 4) << kEventNotHandled << Utilities::ConvertEventIdToString(code);
+    VELMORA_LOG(kLog, 4) << kMediaEventNotHandled << Utilities::ConvertEventIdToString(code);
 }
-
-// Makes `named` name `component`, which cannot be destroyed while the event names it.
-void Name(::ComponentChangedEvent& named, UVABackend::AVComponent* component,
-          ::ComponentChangedEvent::Action action) noexcept {
-    named.action = action;
-    component->preventDestruction();
-    named.component = component;
-}
-
-// The browser's event naming `component`.
-std::unique_ptr<::ComponentChangedEvent> NamingEvent(UVABackend::AVComponent* component,
-                                                     ::ComponentChangedEvent::Action action) {
-    auto named = std::make_unique<::ComponentChangedEvent>();
-    Name(*named, component, action);
-    return named;
-}
-
-// Hands a component that never reached the browser back to the browser's protocol, which deletes it.
-struct RetireComponent {
-    void operator()(AvComponentWrapper* component) const { component->BackendMarkUnused(); }
-};
 
 }  // namespace
 
 MediaBackendWrapper::MediaBackendWrapper(boost::shared_ptr<IBackend> implementation, UVABackend::UVABackendType type,
                                          UVAClient* eventClient)
     : UVAMediaBackend(type),
+      delivery(kLog, kEventWithoutClient, eventClient),
+      components(kComponents, delivery),
       backend(std::move(implementation)),
-      media(dynamic_cast<IMediaBackend*>(backend.get())),
-      client(eventClient) {
-    if (client == nullptr) {
+      media(dynamic_cast<IMediaBackend*>(backend.get())) {
+    if (delivery.Client() == nullptr) {
         VELMORA_LOG(kLog, 5) << kNoClient;
         eventConnection.disconnect();
         return;
@@ -542,7 +363,7 @@ UVA_STATUS MediaBackendWrapper::getSupportedMimetypes(char**& types) {
     return Guarded(MediaCall("getSupportedMimetypes"), [&] {
         std::vector<std::string> supported;
         Media().GetSupportedMimetypes(supported);
-        types = NullTerminatedArray<char>(supported.size());
+        types = Utilities::NullTerminatedArray<char>(supported.size());
         // A 16-bit index: longer lists wrap over their first entries. A known limit, kept as it is.
         std::uint16_t index = 0;
         for (const std::string& type : supported) {
@@ -564,7 +385,7 @@ void MediaBackendWrapper::GetDRMBackend(std::string keySystemId, IDrmBackend*& d
         return;
     }
     VELMORA_LOG(kLog, 2) << kRequestingDrmBackend;
-    UVADRMBackend* const chosen = client->requestDRMBackend(keySystemId.c_str());
+    UVADRMBackend* const chosen = delivery.Client()->requestDRMBackend(keySystemId.c_str());
     if (chosen == nullptr) {
         VELMORA_LOG(kLog, 5) << "GetDRMBackend" << kNoDrmBackend << static_cast<const void*>(chosen);
         return;
@@ -585,7 +406,7 @@ UVA_STATUS MediaBackendWrapper::ReportTimeRanges(const char* name, TimeRangeQuer
         std::vector<IBackend::ByteRange> byteRanges;  // not reported to the browser
         std::vector<IBackend::TimeRange> ranges;
         const bool answer = (Media().*query)(byteRanges, ranges);
-        timeRanges = NullTerminatedArray<TimeRange>(ranges.size());
+        timeRanges = Utilities::NullTerminatedArray<TimeRange>(ranges.size());
         for (std::size_t index = 0; index < ranges.size(); ++index) {
             // In the media stack's own unit, unscaled; exact, as every 32-bit value is a double.
             timeRanges[index] =
@@ -618,39 +439,16 @@ UVA_STATUS MediaBackendWrapper::getNativeSize(int& width, int& height, double& a
 // Component selection
 
 UVA_STATUS MediaBackendWrapper::selectComponent(AVComponent* component) {
-    return PassOnSelection("selectComponent", kSelectUnknown, &IMediaBackend::SelectComponent, component);
+    return ChangeSelection(Selection::Select, component);
 }
 
 UVA_STATUS MediaBackendWrapper::unselectComponent(AVComponent* component) {
-    return PassOnSelection("unselectComponent", kUnselectUnknown, &IMediaBackend::UnselectComponent,
-                           component);
+    return ChangeSelection(Selection::Unselect, component);
 }
 
-UVA_STATUS MediaBackendWrapper::PassOnSelection(const char* name, const char* unknownComponentText,
-                                                void (IMediaBackend::*selection)(IAvComponent*),
-                                                AVComponent* component) {
-    return Guarded(MediaCall(name), [&] {
-        IMediaBackend& media = Media();
-        if (component == nullptr) {
-            VELMORA_LOG(kLog, 5) << name << kNullComponent;
-            return UVA_STATUS_ERROR;
-        }
-        const auto entry = componentMap.find(component);
-        if (entry == componentMap.end()) {
-            VELMORA_LOG(kLog, 5) << name << unknownComponentText;
-            return UVA_STATUS_ERROR;
-        }
-        const auto* shown = dynamic_cast<const AvComponentWrapper*>(component);
-        if (shown == nullptr) {
-            throw GenericErrorException(kComponentCastFailed);
-        }
-        // Only a component the media stack reports active can be selected or unselected.
-        if (shown->state == 0) {
-            return UVA_STATUS_ERROR;
-        }
-        (media.*selection)(entry->second);
-        return UVA_STATUS_OK;
-    }, this, name);
+UVA_STATUS MediaBackendWrapper::ChangeSelection(Selection which, AVComponent* component) {
+    const char* const name = ComponentRegistry::OperationName(which);
+    return Guarded(MediaCall(name), [&] { return components.ChangeSelection(Media(), which, component); }, this, name);
 }
 
 // Events
@@ -664,86 +462,19 @@ void MediaBackendWrapper::MediaBackendEvent(boost::shared_ptr<BackendEvent> even
     // Without memory for this line the event, a component's removal above all, is still handled.
     VELMORA_LOG_QUIET(kLog, 2) << "MediaBackendEvent" << kSendingEvent << Utilities::EventName(code);
     if (code == BackendEvent::ComponentChanged) {
-        OnComponentChanged(*event);
+        components.OnComponentChanged(*event);
         return;
     }
     UVAEvent::Type browserType = UVAEvent::RESOURCE_REVOKED;
-    BrowserEvent translated;
+    std::unique_ptr<UVAEvent> translated;
     if (Utilities::ToBrowserEventType(code, browserType)) {
-        translated = Translate(*event, browserType);
+        translated = TranslateMediaEvent(*event, browserType);
     }
     if (translated == nullptr) {
         LogNotHandled(code);
         return;
     }
-    Send(std::move(translated));
-}
-
-void MediaBackendWrapper::OnComponentChanged(const BackendEvent& event) {
-    const auto* change = dynamic_cast<const ComponentChangedEvent*>(&event);
-    if (change == nullptr) {
-        throw GenericErrorException(kEventCastFailed);
-    }
-    // An unknown action is refused below whatever it carries.
-    if (change->component == nullptr && change->action >= ComponentChangedEvent::Added &&
-        change->action <= ComponentChangedEvent::Changed) {
-        VELMORA_LOG(kLog, 5) << "MediaBackendEvent" << kNullComponentIgnored;
-        return;
-    }
-    switch (change->action) {
-        case ComponentChangedEvent::Added: {
-            // Everything that can fail comes before the map changes, so a failure leaves no wrapper
-            // registered that the browser never heard of.
-            auto named = std::make_unique<::ComponentChangedEvent>();
-            std::unique_ptr<AvComponentWrapper, RetireComponent> created(new AvComponentWrapper(change->component));
-            componentMap.emplace(created.get(), change->component);
-            AvComponentWrapper* const added = created.release();
-            Name(*named, added, ::ComponentChangedEvent::ADDED);
-            VELMORA_LOG_QUIET(kLog, 2) << "Component ADDED: " << static_cast<const void*>(added);
-            Send(std::move(named));
-            return;
-        }
-        case ComponentChangedEvent::Removed: {
-            const auto entry = FindComponent(change->component);
-            if (entry == componentMap.end()) {
-                LogNotHandled(event.type);
-                return;
-            }
-            AVComponent* const removed = entry->first;
-            // The media stack has removed it: from here on the browser's protocol decides when it goes,
-            // even when there is no memory to tell the browser.
-            const ComponentRemoval<std::map<AVComponent*, IAvComponent*>> removal(componentMap, entry);
-            VELMORA_LOG_QUIET(kLog, 2) << "Component to be REMOVED: " << static_cast<const void*>(removed);
-            Send(NamingEvent(removed, ::ComponentChangedEvent::REMOVED));
-            return;
-        }
-        case ComponentChangedEvent::Changed: {
-            const auto entry = FindComponent(change->component);
-            if (entry == componentMap.end()) {
-                LogNotHandled(event.type);
-                return;
-            }
-            Send(NamingEvent(entry->first, ::ComponentChangedEvent::CHANGED));
-            return;
-        }
-        default:
-            throw GenericErrorException(kUnknownComponentAction);
-    }
-}
-
-std::map<UVABackend::AVComponent*, IAvComponent*>::iterator MediaBackendWrapper::FindComponent(
-    const IAvComponent* component) {
-    return std::find_if(componentMap.begin(), componentMap.end(),
-                        [component](const auto& entry) { return entry.second == component; });
-}
-
-void MediaBackendWrapper::Send(std::unique_ptr<UVAEvent> event) {
-    if (client == nullptr) {
-        event.reset();
-        VELMORA_LOG(kLog, 5) << kEventWithoutClient;
-        return;
-    }
-    client->handleEvent(event.release());
+    delivery.Deliver(std::move(translated));
 }
 
 }  // namespace Wrapper

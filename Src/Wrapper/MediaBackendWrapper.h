@@ -5,11 +5,12 @@
 
 #include <boost/shared_ptr.hpp>
 #include <boost/signals2/connection.hpp>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "ClientDelivery.h"
+#include "ComponentRegistry.h"
 #include "SlotGate.h"
 #include "Uva/UVAClient.h"
 #include "Uva/UVAMediaBackend.h"
@@ -87,21 +88,15 @@ private:
     using TimeRangeQuery = bool (IMediaBackend::*)(std::vector<IBackend::ByteRange>&,
                                                    std::vector<IBackend::TimeRange>&);
     UVA_STATUS ReportTimeRanges(const char* name, TimeRangeQuery query, TimeRange**& timeRanges);
-    UVA_STATUS PassOnSelection(const char* name, const char* unknownComponentText,
-                               void (IMediaBackend::*selection)(IAvComponent*), AVComponent* component);
-
-    // The component events: the browser's component objects are created, named and retired here.
-    void OnComponentChanged(const BackendEvent& event);
-    std::map<AVComponent*, IAvComponent*>::iterator FindComponent(const IAvComponent* component);
-    void Send(std::unique_ptr<UVAEvent> event);
+    UVA_STATUS ChangeSelection(Selection which, AVComponent* component);
 
     boost::signals2::scoped_connection eventConnection;
     boost::signals2::scoped_connection drmRequestConnection;
-    std::map<UVABackend::AVComponent*, IAvComponent*> componentMap;
+    const ClientDelivery delivery;
+    ComponentRegistry components;
     boost::shared_ptr<IBackend> backend;
     // `backend` as an IMediaBackend, or null: resolved once, as the back-end never changes.
     IMediaBackend* const media;
-    UVAClient* client;
     SlotGate gate;
 };
 

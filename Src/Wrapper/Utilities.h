@@ -40,6 +40,12 @@ boost::shared_ptr<unsigned char> CopyToSharedBytes(const unsigned char* bytes, s
 // The browser's optional text as the media stack's string: null becomes empty.
 std::string TextOrEmpty(const char* text);
 
+// A new[] array of count + 1 null entries: terminated however far it gets filled.
+template <typename Entry>
+Entry** NullTerminatedArray(std::uint64_t count) {
+    return new Entry*[count + 1]();
+}
+
 // The media stack's rectangle from the browser's (x, y, width, height).
 VideoRect MakeVideoRect(int x, int y, int width, int height);
 

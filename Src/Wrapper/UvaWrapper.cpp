@@ -35,6 +35,47 @@ typename List::iterator Find(List& list, Raw pointer) {
                         [pointer](const typename List::value_type& element) { return SearchPredicate(element, pointer); });
 }
 
+// Holds `wrapper` in `list` until the browser releases it; its last release closes its gate first.
+template <typename Browser, typename Wrapper>
+boost::shared_ptr<Browser> Hold(HeldList<Browser>& list, Wrapper* wrapper) {
+    const auto held = SlotGate::Own<Browser>(wrapper, wrapper->Gate());
+    list.push_back(held);
+    return held;
+}
+
+// How one kind's release names itself in the registry's lines.
+struct ReleaseTexts {
+    const char* operation;
+    const char* failureSentence;
+    const char* listName;
+    const char* unknownBackend;
+};
+
+constexpr ReleaseTexts kReleaseMedia{"ReleaseBackend", kMediaFailure, "uvaBackends",
+                                     " Uva attempts to release invalid media backend resource."};
+constexpr ReleaseTexts kReleaseDrm{"ReleaseDrmBackend", kDrmFailure, "uvaDrmBackends",
+                                   " Uva attempts to release invalid drm backend resource."};
+
+// Drops the registry's hold on `backend`; `beforeRelease` runs once it is known.
+template <typename Browser, typename BeforeRelease>
+UVA_STATUS Release(HeldList<Browser>& list, Browser* backend, const ReleaseTexts& texts, BeforeRelease&& beforeRelease) {
+    return Guarded(RegistryCall(texts.operation, texts.failureSentence, kUnknownException), [&] {
+        VELMORA_LOG(kLog, 2) << kLog.prefix << texts.operation << " ..entering. Currently " << texts.listName
+                             << ".size(): " << list.size() << kLog.suffix;
+        const auto position = Find(list, backend);
+        if (position == list.end()) {
+            VELMORA_LOG(kLog, 5) << kLog.prefix << texts.operation << texts.unknownBackend << kLog.suffix;
+            return UVA_STATUS_ERROR;
+        }
+        beforeRelease();
+        list.erase(position);
+        // Released whatever happens to the line: the browser must not be told otherwise.
+        VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << texts.operation << "...finished. Now " << texts.listName
+                                   << ".size(): " << list.size() << kLog.suffix;
+        return UVA_STATUS_OK;
+    }, backend, texts.operation);
+}
+
 }  // namespace
 
 UvaWrapper::UvaWrapper(IUva* impl) : broadcastBackendCount(0), _impl(impl) {
@@ -74,17 +115,14 @@ UVABackend* UvaWrapper::RequestBackend(UVABackend::UVABackendType type, UVAClien
 }
 
 UVABackend* UvaWrapper::AddMediaBackend(UVABackend::UVABackendType type, UVAClient* client) {
-    auto* wrapper = new MediaBackendWrapper(_impl->CreateBackend(type), type, client);
-    const auto held = SlotGate::Own<UVABackend>(wrapper, wrapper->Gate());
-    uvaBackends.push_back(held);
+    const auto held = Hold<UVABackend>(uvaBackends, new MediaBackendWrapper(_impl->CreateBackend(type), type, client));
     activeMediaBackend = held;
     return held.get();
 }
 
 UVABackend* UvaWrapper::AddBroadcastBackend(UVAClient* client) {
-    auto* wrapper = new VideoBroadcastBackendWrapper(_impl->CreateBackend(UVABackend::TYPE_VIDEO_BROADCAST), client);
-    const auto held = SlotGate::Own<UVABackend>(wrapper, wrapper->Gate());
-    uvaBackends.push_back(held);
+    const auto held = Hold<UVABackend>(
+        uvaBackends, new VideoBroadcastBackendWrapper(_impl->CreateBackend(UVABackend::TYPE_VIDEO_BROADCAST), client));
     activeBroadcastBackend = held;
     // The media stack may look up broadcast back-ends only while at least one lives.
     if (++broadcastBackendCount == 1) {
@@ -94,29 +132,11 @@ UVABackend* UvaWrapper::AddBroadcastBackend(UVAClient* client) {
 }
 
 UVA_STATUS UvaWrapper::ReleaseBackend(UVABackend* backend) {
-    return Guarded(RegistryCall("ReleaseBackend", kMediaFailure, kUnknownException), [&] {
-        VELMORA_LOG(kLog, 2) << kLog.prefix << "ReleaseBackend" << " ..entering. Currently uvaBackends.size(): "
-                             << uvaBackends.size() << kLog.suffix;
-        BackendList::iterator position;
-        FindMediaObject(backend, position);
-        if (position == uvaBackends.end()) {
-            VELMORA_LOG(kLog, 5) << kLog.prefix << "ReleaseBackend"
-                                 << " Uva attempts to release invalid media backend resource." << kLog.suffix;
-            return UVA_STATUS_ERROR;
-        }
+    return Release(uvaBackends, backend, kReleaseMedia, [&] {
         if (backend->getType() == UVABackend::TYPE_VIDEO_BROADCAST && --broadcastBackendCount == 0) {
             handleLookupConnection.disconnect();
         }
-        uvaBackends.erase(position);
-        // Released whatever happens to the line: the browser must not be told otherwise.
-        VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "ReleaseBackend" << "...finished. Now uvaBackends.size(): "
-                                   << uvaBackends.size() << kLog.suffix;
-        return UVA_STATUS_OK;
-    }, backend);
-}
-
-void UvaWrapper::FindMediaObject(UVABackend* backend, BackendList::iterator& position) {
-    position = Find(uvaBackends, backend);
+    });
 }
 
 UVADRMBackend* UvaWrapper::RequestDrmBackend(const char* keySystemId, UVADRMClient* client) {
@@ -134,32 +154,13 @@ UVADRMBackend* UvaWrapper::RequestDrmBackend(const char* keySystemId, UVADRMClie
 
 UVADRMBackend* UvaWrapper::AddDrmBackend(const char* keySystemId, UVADRMClient* client) {
     // Whether the key system is supported is the media stack's decision.
-    auto* wrapper = new DrmBackendWrapper(_impl->CreateDrmBackend(Utilities::TextOrEmpty(keySystemId)), client);
-    const auto held = SlotGate::Own<UVADRMBackend>(wrapper, wrapper->Gate());
-    uvaDrmBackends.push_back(held);
-    return held.get();
+    return Hold<UVADRMBackend>(uvaDrmBackends,
+                               new DrmBackendWrapper(_impl->CreateDrmBackend(Utilities::TextOrEmpty(keySystemId)), client))
+        .get();
 }
 
 UVA_STATUS UvaWrapper::ReleaseDrmBackend(UVADRMBackend* backend) {
-    return Guarded(RegistryCall("ReleaseDrmBackend", kDrmFailure, kUnknownException), [&] {
-        VELMORA_LOG(kLog, 2) << kLog.prefix << "ReleaseDrmBackend" << " ..entering. Currently uvaDrmBackends.size(): "
-                             << uvaDrmBackends.size() << kLog.suffix;
-        DrmBackendList::iterator position;
-        FindDrmObject(backend, position);
-        if (position == uvaDrmBackends.end()) {
-            VELMORA_LOG(kLog, 5) << kLog.prefix << "ReleaseDrmBackend"
-                                 << " Uva attempts to release invalid drm backend resource." << kLog.suffix;
-            return UVA_STATUS_ERROR;
-        }
-        uvaDrmBackends.erase(position);
-        VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "ReleaseDrmBackend" << "...finished. Now uvaDrmBackends.size(): "
-                                   << uvaDrmBackends.size() << kLog.suffix;
-        return UVA_STATUS_OK;
-    }, backend);
-}
-
-void UvaWrapper::FindDrmObject(UVADRMBackend* backend, DrmBackendList::iterator& position) {
-    position = Find(uvaDrmBackends, backend);
+    return Release(uvaDrmBackends, backend, kReleaseDrm, [] {});
 }
 
 // The same static list the exported function answers with.

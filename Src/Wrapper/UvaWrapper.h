@@ -26,10 +26,12 @@ bool SearchPredicate(SharedPointer element, RawPointer pointer) {
     return element.get() == pointer;
 }
 
+// The browser's wrappers of one kind, each held until the browser releases it.
+template <typename Browser>
+using HeldList = std::list<boost::shared_ptr<Browser>>;
+
 class UvaWrapper {
 public:
-    using BackendList = std::list<boost::shared_ptr<UVABackend>>;
-    using DrmBackendList = std::list<boost::shared_ptr<UVADRMBackend>>;
 
     // Takes `impl` over and installs the browser's callback table.
     explicit UvaWrapper(IUva* impl);
@@ -39,11 +41,9 @@ public:
 
     UVABackend* RequestBackend(UVABackend::UVABackendType type, UVAClient* client);
     UVA_STATUS ReleaseBackend(UVABackend* backend);
-    void FindMediaObject(UVABackend* backend, BackendList::iterator& position);
 
     UVADRMBackend* RequestDrmBackend(const char* keySystemId, UVADRMClient* client);
     UVA_STATUS ReleaseDrmBackend(UVADRMBackend* backend);
-    void FindDrmObject(UVADRMBackend* backend, DrmBackendList::iterator& position);
     UVA_STATUS GetSupportedBackendIDs(const char**& ids);
 
     // The handle-lookup slot, called by the media stack while a broadcast back-end lives.
@@ -60,8 +60,8 @@ private:
 
     // Destroyed in reverse: the gate closes, the lookup is cut, the IUva goes, and only then the wrappers
     // the browser did not release.
-    BackendList uvaBackends;
-    DrmBackendList uvaDrmBackends;
+    HeldList<UVABackend> uvaBackends;
+    HeldList<UVADRMBackend> uvaDrmBackends;
     std::uint16_t broadcastBackendCount;
     boost::weak_ptr<UVABackend> activeMediaBackend;
     boost::weak_ptr<UVABackend> activeBroadcastBackend;

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "AvComponentWrapper.h"
+#include "EventTranslation.h"
 #include "Log.h"
 #include "Utilities.h"
 #include "WrapperTexts.h"
@@ -20,7 +20,6 @@ namespace Wrapper {
 
 namespace {
 
-using Utilities::DuplicateText;
 using Utilities::MakeVideoRect;
 using Utilities::TextOrEmpty;
 // The browser's component event (the media stack has its own of the same name).
@@ -35,13 +34,13 @@ constexpr const char* kVolumeCallFailed = "Impl functiond failed: ";  // sic: th
 constexpr const char* kNoSpeeds = "No speeds defined in backend.";
 constexpr const char* kNoMemory = "Memory allocation error.";
 
-constexpr const char* kSelectName = "selectComponent";
-constexpr const char* kUnselectName = "unselectComponent";
 constexpr const char* kSelected = "Select component: ";
 
 constexpr const char* kNotHandled = "VideoBroadcastBackendEvent not handled. Event ID: ";
 constexpr const char* kNoClient = "VideoBroadcastBackendEvent Event cannot be sent since client is not set!";
-constexpr const char* kRemoving = "Component to be REMOVED: ";
+
+// Changes and removals of unknown components are dropped silently; a selection is traced.
+const ComponentPolicy kComponents{&kLog, "VideoBroadcastBackendEvent", nullptr, nullptr, kSelected};
 
 // The broadcast failure lines carry no operation name.
 const CallPolicy kCall{&kLog, "", kCallFailed};
@@ -62,107 +61,18 @@ std::int32_t WholeLow32(double position) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(low));
 }
 
-template <typename Event>
-const Event& As(const BackendEvent& event) {
-    const auto* concrete = dynamic_cast<const Event*>(&event);
-    if (concrete == nullptr) {
-        throw GenericErrorException(kEventCastFailed);
-    }
-    return *concrete;
-}
-
-template <typename BrowserEvent, typename Event>
-std::unique_ptr<UVAEvent> CopyRating(const BackendEvent& event) {
-    const auto& source = As<Event>(event);
-    auto rating = std::make_unique<BrowserEvent>();
-    rating->contentId = DuplicateText(source.contentId);
-    rating->rating = source.rating;
-    rating->drmSystemId = DuplicateText(source.drmSystemId);
-    return rating;
-}
-
-// The browser's event for a code from ParentalRatingError to SubtitlesChanged.
-std::unique_ptr<UVAEvent> Translate(const BackendEvent& event) {
-    switch (event.type) {
-        case BackendEvent::ParentalRatingError:
-            return CopyRating<::ParentalRatingErrorEvent, Velmora::ParentalRatingErrorEvent>(event);
-        case BackendEvent::ParentalRatingChange:
-            return CopyRating<::ParentalRatingChangeEvent, Velmora::ParentalRatingChangeEvent>(event);
-        case BackendEvent::BroadcastPlaystateChange: {
-            const auto& source = As<Velmora::BroadcastPlaystateChangeEvent>(event);
-            auto change = std::make_unique<::BroadcastPlaystateChangeEvent>();
-            change->state = source.state;
-            change->error = source.error;
-            return change;
-        }
-        case BackendEvent::ChannelChangeError: {
-            const auto& source = As<Velmora::ChannelChangeErrorEvent>(event);
-            auto failure = std::make_unique<::ChannelChangeErrorEvent>();
-            failure->channel = source.channel;
-            failure->errorState = source.errorState;
-            return failure;
-        }
-        case BackendEvent::ChannelChangeSucceeded: {
-            const auto& source = As<Velmora::ChannelChangeSucceededEvent>(event);
-            auto success = std::make_unique<::ChannelChangeSucceededEvent>();
-            success->channel = source.channel;
-            return success;
-        }
-        case BackendEvent::RecordingError: {
-            const auto& source = As<Velmora::RecordingErrorEvent>(event);
-            auto failure = std::make_unique<::RecordingErrorEvent>();
-            failure->error = source.error;
-            failure->recordingId = DuplicateText(source.recordingId);
-            return failure;
-        }
-        case BackendEvent::RecordingStateChange: {
-            const auto& source = As<Velmora::RecordingStateChangeEvent>(event);
-            auto change = std::make_unique<::RecordingStateChangeEvent>();
-            change->state = source.state;
-            change->recordingId = DuplicateText(source.recordingId);
-            return change;
-        }
-        case BackendEvent::SubtitlesChanged: {
-            const auto& source = As<Velmora::SubtitlesChangedEvent>(event);
-            auto change = std::make_unique<::SubtitlesChangedEvent>();
-            change->language = DuplicateText(source.language);
-            return change;
-        }
-        default: {
-            // Programmes changed and the buffering events carry nothing the browser reads here; the
-            // stream underrun's buffer level is deliberately not passed on by broadcast.
-            UVAEvent::Type code = UVAEvent::RESOURCE_REVOKED;
-            Utilities::ToBrowserEventType(event.type, code);
-            return std::make_unique<UVAEvent>(code);
-        }
-    }
-}
-
-// Makes `changed` name `component`: the component cannot be destroyed until the browser has dropped
-// the event.
-std::unique_ptr<UVAEvent> Naming(std::unique_ptr<BrowserChange> changed, UVABackend::AVComponent* component,
-                                 BrowserChange::Action action) noexcept {
-    changed->action = action;
-    component->preventDestruction();
-    changed->component = component;
-    return changed;
-}
-
-// Hands a component wrapper that never reached the browser back to the browser's protocol, which deletes it.
-struct Unused {
-    void operator()(AvComponentWrapper* component) const { component->backendMarkUnused(); }
-};
-
 }  // namespace
 
 VideoBroadcastBackendWrapper::VideoBroadcastBackendWrapper(boost::shared_ptr<IBackend> backend,
                                                            UVAClient* browserClient)
-    : impl(std::move(backend)), broadcast(dynamic_cast<IVideoBroadcastBackend*>(impl.get())) {
+    : delivery(kLog, kNoClient, browserClient),
+      components(kComponents, delivery),
+      impl(std::move(backend)),
+      broadcast(dynamic_cast<IVideoBroadcastBackend*>(impl.get())) {
     if (browserClient == nullptr) {
         VELMORA_LOG(kLog, 5) << kClientNotSet;
         return;
     }
-    client = browserClient;
     if (impl) {
         connection = impl->ConnectEvent(gate.Bind(&VideoBroadcastBackendWrapper::VideoBroadcastBackendEvent, this));
     }
@@ -345,43 +255,17 @@ UVA_STATUS VideoBroadcastBackendWrapper::getPlaybackSpeed(double& speed) {
     return Forward(kTimeShiftCall, [&](auto& backend) { backend.GetPlaybackSpeed(speed); });
 }
 
-template <typename Apply>
-UVA_STATUS VideoBroadcastBackendWrapper::ChangeSelection(const char* name, const char* refusal, AVComponent* component,
-                                                         Apply&& apply) const {
-    return Guarded(kCall, [&] {
-        IVideoBroadcastBackend& backend = Broadcast();
-        if (component == nullptr) {
-            VELMORA_LOG(kLog, 5) << name << kNullComponent;
-            return UVA_STATUS_ERROR;
-        }
-        const auto entry = components.find(component);
-        if (entry == components.end()) {
-            VELMORA_LOG(kLog, 5) << name << refusal;
-            return UVA_STATUS_ERROR;
-        }
-        const auto* const wrapper = dynamic_cast<const AvComponentWrapper*>(component);
-        if (wrapper == nullptr) {
-            throw GenericErrorException(kComponentCastFailed);
-        }
-        // Only a component the media stack reports active can be selected or unselected.
-        if (wrapper->state == 0) {
-            return UVA_STATUS_ERROR;
-        }
-        apply(backend, entry->second);
-        return UVA_STATUS_OK;
-    }, this, name);
-}
-
 UVA_STATUS VideoBroadcastBackendWrapper::selectComponent(AVComponent* component) {
-    return ChangeSelection(kSelectName, kSelectUnknown, component, [](auto& backend, IAvComponent* chosen) {
-        backend.SelectComponent(chosen);
-        VELMORA_LOG(kLog, 2) << kSelected << static_cast<const void*>(chosen);
-    });
+    return ChangeSelection(Selection::Select, component);
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::unselectComponent(AVComponent* component) {
-    return ChangeSelection(kUnselectName, kUnselectUnknown, component,
-                           [](auto& backend, IAvComponent* chosen) { backend.UnselectComponent(chosen); });
+    return ChangeSelection(Selection::Unselect, component);
+}
+
+UVA_STATUS VideoBroadcastBackendWrapper::ChangeSelection(Selection which, AVComponent* component) {
+    const char* const name = ComponentRegistry::OperationName(which);
+    return Guarded(kCall, [&] { return components.ChangeSelection(Broadcast(), which, component); }, this, name);
 }
 
 void VideoBroadcastBackendWrapper::VideoBroadcastBackendEvent(boost::shared_ptr<BackendEvent> event) {
@@ -395,67 +279,10 @@ void VideoBroadcastBackendWrapper::VideoBroadcastBackendEvent(boost::shared_ptr<
         return;
     }
     if (type == BackendEvent::ComponentChanged) {
-        OnComponentChanged(As<Velmora::ComponentChangedEvent>(*event));
+        components.OnComponentChanged(*event);
     } else {
-        Deliver(Translate(*event));
+        delivery.Deliver(TranslateBroadcastEvent(*event));
     }
-}
-
-// The browser sees a component only once it is registered and protected by the event that names it,
-// and is told of a removal before the component is marked unused and forgotten.
-void VideoBroadcastBackendWrapper::OnComponentChanged(const Velmora::ComponentChangedEvent& event) {
-    // An unknown action is refused below whatever it carries.
-    if (event.component == nullptr && event.action >= Velmora::ComponentChangedEvent::Added &&
-        event.action <= Velmora::ComponentChangedEvent::Changed) {
-        VELMORA_LOG(kLog, 5) << "VideoBroadcastBackendEvent" << kNullComponentIgnored;
-        return;
-    }
-    switch (event.action) {
-        case Velmora::ComponentChangedEvent::Added: {
-            // Everything that can fail comes first, so a failure leaves neither a wrapper nor an entry.
-            auto changed = std::make_unique<BrowserChange>();
-            std::unique_ptr<AvComponentWrapper, Unused> added(new AvComponentWrapper(event.component));
-            components[added.get()] = event.component;  // a repeated key takes the newest component
-            Deliver(Naming(std::move(changed), added.release(), BrowserChange::ADDED));
-            return;
-        }
-        case Velmora::ComponentChangedEvent::Changed: {
-            const auto entry = FindWrapperOf(event.component);
-            if (entry != components.end()) {
-                Deliver(Naming(std::make_unique<BrowserChange>(), entry->first, BrowserChange::CHANGED));
-            }
-            return;
-        }
-        case Velmora::ComponentChangedEvent::Removed: {
-            const auto entry = FindWrapperOf(event.component);
-            if (entry == components.end()) {
-                return;
-            }
-            AVComponent* const removed = entry->first;
-            // The media stack has removed it: marked unused and forgotten even without memory to tell the browser.
-            const ComponentRemoval<ComponentMap> removal(components, entry);
-            VELMORA_LOG_QUIET(kLog, 2) << kRemoving << static_cast<const void*>(removed);
-            Deliver(Naming(std::make_unique<BrowserChange>(), removed, BrowserChange::REMOVED));
-            return;
-        }
-        default:
-            throw GenericErrorException(kUnknownComponentAction);
-    }
-}
-
-VideoBroadcastBackendWrapper::ComponentMap::iterator VideoBroadcastBackendWrapper::FindWrapperOf(
-    const IAvComponent* component) {
-    return std::find_if(components.begin(), components.end(),
-                        [component](const ComponentMap::value_type& entry) { return entry.second == component; });
-}
-
-void VideoBroadcastBackendWrapper::Deliver(std::unique_ptr<UVAEvent> event) {
-    if (client == nullptr) {
-        event.reset();
-        VELMORA_LOG(kLog, 5) << kNoClient;
-        return;
-    }
-    client->handleEvent(event.release());
 }
 
 }  // namespace Wrapper

@@ -6,10 +6,11 @@
 
 #include <boost/shared_ptr.hpp>
 #include <boost/signals2/connection.hpp>
-#include <map>
 #include <memory>
 
 #include "CallGuard.h"
+#include "ClientDelivery.h"
+#include "ComponentRegistry.h"
 #include "SlotGate.h"
 #include "Uva/UVAClient.h"
 #include "Uva/UVAVideoBroadcastBackend.h"
@@ -68,8 +69,6 @@ public:
     void VideoBroadcastBackendEvent(boost::shared_ptr<BackendEvent> event);
 
 private:
-    using ComponentMap = std::map<UVABackend::AVComponent*, IAvComponent*>;
-
     // The media stack's broadcast back-end; throws when it is missing or of another kind.
     IVideoBroadcastBackend& Broadcast() const;
 
@@ -83,22 +82,14 @@ private:
     UVA_STATUS Read(const CallPolicy& policy, void (IVideoBroadcastBackend::*read)(Value&), BrowserValue& out,
                     const char* operation = __builtin_FUNCTION()) const;
 
-    // Maps the browser's component back to the media stack's and hands it to `apply`, unless the
-    // component is unknown or inactive; `refusal` words the unknown case.
-    template <typename Apply>
-    UVA_STATUS ChangeSelection(const char* name, const char* refusal, AVComponent* component, Apply&& apply) const;
+    UVA_STATUS ChangeSelection(Selection which, AVComponent* component);
 
-    void OnComponentChanged(const Velmora::ComponentChangedEvent& event);
-    // The first entry (in key order) that wraps `component`, or the end.
-    ComponentMap::iterator FindWrapperOf(const IAvComponent* component);
-    void Deliver(std::unique_ptr<UVAEvent> event);
-
-    ComponentMap components;
+    const ClientDelivery delivery;
+    ComponentRegistry components;
     boost::shared_ptr<IBackend> impl;
     // `impl` as an IVideoBroadcastBackend, or null: resolved once, as the back-end never changes.
     IVideoBroadcastBackend* const broadcast;
     boost::signals2::scoped_connection connection;
-    UVAClient* client = nullptr;
     SlotGate gate;
 };
 

@@ -5,6 +5,8 @@ namespace Velmora {
 namespace Wrapper {
 
 inline constexpr const char* kEventCastFailed = "Dynamic cast of Velmora::BackendEventPtr failed.";
+// The DRM wrapper reports the events it cannot pass on under the media wrapper's wording.
+inline constexpr const char* kMediaEventNotHandled = "MediaBackendEvent not handled. Event ID: ";
 inline constexpr const char* kUnknownComponentAction = "Unknown ComponentChangedEvent action!";
 // The selection refusals say "select" for both operations, and word an unknown component differently.
 inline constexpr const char* kNullComponent = " Uva attempts to select nullpointer AVComponent id.";
@@ -13,8 +15,6 @@ inline constexpr const char* kUnselectUnknown = " Uva attempts to select invalid
 // Written after the name of the slot that received it: the media stack sent what it must never send.
 inline constexpr const char* kNullEventIgnored = ": null event ignored";
 inline constexpr const char* kNullComponentIgnored = ": component event without a component ignored";
-inline constexpr const char* kComponentCastFailed =
-    "Exception occurred while performing cast from '::UVABackend::AVComponent*' to 'AvComponentWrapper*'";
 
 }  // namespace Wrapper
 }  // namespace Velmora

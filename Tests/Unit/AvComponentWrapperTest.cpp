@@ -53,22 +53,6 @@ TEST_F(AvComponentWrapperTest, CopiesTheDescriptionAndDuplicatesEveryText) {
     wrapper->BackendMarkUnused();
 }
 
-TEST_F(AvComponentWrapperTest, NullTextsStayNullAndStateFollowsTheSignalUntilMarkedUnused) {
-    component.SetText(&AvComponentDescription::language, nullptr);
-    auto* wrapper = new AvComponentWrapper(&component);
-    EXPECT_EQ(wrapper->language, nullptr);
-    EXPECT_EQ(wrapper->encoding, nullptr);
-    component.SetActive(true);
-    EXPECT_EQ(wrapper->state, 1);
-    component.SetActive(false);
-    EXPECT_EQ(wrapper->state, 0);
-    component.SetActive(true);
-    wrapper->preventDestruction();  // an event still names it, so it survives the marking
-    wrapper->BackendMarkUnused();
-    EXPECT_EQ(wrapper->state, 0);
-    wrapper->stopPreventingDestruction();
-}
-
 TEST_F(AvComponentWrapperTest, LogsTheBannersAndAfterDestructionStateChangesReachNothing) {
     auto* wrapper = new AvComponentWrapper(&component);
     const std::string address = ::testing::PrintToString(static_cast<const void*>(wrapper));

@@ -56,13 +56,9 @@ using Lines = std::vector<::testing::Matcher<Tlog::Record>>;
 using Component = UVABackend::AVComponent;
 namespace V = Velmora;
 
-constexpr auto kAdded = V::ComponentChangedEvent::Added;
-constexpr auto kRemoved = V::ComponentChangedEvent::Removed;
-constexpr auto kChanged = V::ComponentChangedEvent::Changed;
 const boost::shared_ptr<int> kChannel = boost::make_shared<int>(7);
 const auto kName = [](const auto& info) { return std::string(info.param.name); };
 
-std::string Address(const void* pointer) { return ::testing::PrintToString(pointer); }
 
 MATCHER_P4(Packed, a, b, c, d, "") { return arg.x == a && arg.y == b && arg.width == c && arg.height == d; }
 
@@ -134,15 +130,6 @@ const Operation kOperations[] = {
 
 class BroadcastTest : public VelmoraTest::LiveObjectsTest {
 protected:
-    // Raises a component event; the component that the browser's event names (with the same action), if any.
-    Component* Announce(std::int32_t action) {
-        const std::size_t before = client.events.Count();
-        backend->Raise(new V::ComponentChangedEvent(&component, action));
-        const auto* changed = client.events.At<::ComponentChangedEvent>(before);
-        EXPECT_TRUE(changed == nullptr || changed->action == action);
-        return changed == nullptr ? nullptr : changed->component;
-    }
-
     boost::shared_ptr<M> backend = boost::make_shared<M>();
     ::testing::NiceMock<VelmoraTest::MockAvComponent> component;
     VelmoraTest::RecordingClient client;
@@ -218,7 +205,8 @@ TEST_F(BroadcastTest, IsFoundByItsHandleUntilDestroyedAndThenCutsTheSubscription
     wrapper->setWindowId(&handle);
     EXPECT_EQ(W::getBackendByVideoBroadcastHandle(&handle), wrapper.get());
     EXPECT_EQ(wrapper->GetVideoBroadcastBackendImpl(), backend);
-    auto* shown = static_cast<V::Wrapper::AvComponentWrapper*>(Announce(kAdded));
+    backend->Raise(new V::ComponentChangedEvent(&component, V::ComponentChangedEvent::Added));
+    auto* shown = static_cast<V::Wrapper::AvComponentWrapper*>(client.events.At<::ComponentChangedEvent>(0)->component);
     client.events.Clear();
     const long components = uvaLiveObjects().components;
     wrapper.reset();
@@ -283,89 +271,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"drm_rights", [] { return new V::DRMRightsErrorEvent(1, "c", "d", "u"); }, "", "DRMRightsError"},
         {"end_marker", [] { return Plain(BackendEvent::LastEvent); }, "", "LastEvent"},
         {"unknown", [] { return Plain(static_cast<BackendEvent::EventType>(30)); }, "", "Unknown event ID"},
-        {"wrong_class", [] { return Plain(BackendEvent::SubtitlesChanged); }, "", nullptr, "Dynamic cast of Velmora::BackendEventPtr failed."},
-        {"unknown_action", [] { return new V::ComponentChangedEvent(nullptr, 3); }, "", nullptr, "Unknown ComponentChangedEvent action!"}}),
-    kName);
-
-TEST_F(BroadcastTest, ComponentsAreRegisteredBeforeTheyAreShownAndRetiredAfterTheBrowserIsTold) {
-    const long components = uvaLiveObjects().components;
-    Component* first = Announce(kAdded);
-    Component* second = Announce(kAdded);  // the same media stack component again: a second wrapper
-    ASSERT_NE(first, second);
-    Component* const lower = std::min(first, second, std::less<>());
-    Component* const upper = lower == first ? second : first;
-    component.SetActive(true);
-    EXPECT_EQ(Announce(kChanged), lower);
-    std::int32_t stateWhenTold = -1;
-    client.onEvent = [&](UVAEvent*) { stateWhenTold = lower->state; };
-    EXPECT_EQ(Announce(kRemoved), lower);
-    EXPECT_EQ(stateWhenTold, 1) << "the browser hears of the removal before the component is marked unused";
-    client.onEvent = nullptr;
-    EXPECT_EQ(Announce(kRemoved), upper);
-    EXPECT_THAT(log.Records("Velmora::VB"), ElementsAre(LogLine(2, "Component to be REMOVED: " + Address(lower)),
-                                                        LogLine(2, "Component to be REMOVED: " + Address(upper))));
-    EXPECT_EQ(uvaLiveObjects().components - components, 2) << "removed, but still named by the browser's events";
-    client.events.Clear();  // the browser lets go: both are deleted now
-    EXPECT_EQ(Announce(kRemoved), nullptr);
-    EXPECT_EQ(Announce(kChanged), nullptr);
-    // What a media stack must never send is logged and ignored.
-    backend->Raise(new V::ComponentChangedEvent(nullptr, kAdded));
-    backend->Raise(nullptr);
-    EXPECT_EQ(client.events.Count(), 0u);
-    EXPECT_THAT(log.Records("Velmora::VB"),
-                IsSupersetOf({LogLine(5, "VideoBroadcastBackendEvent: component event without a component ignored"),
-                              LogLine(5, "VideoBroadcastBackendEvent: null event ignored")}));
-}
-
-enum class Target { NoBackend, Null, Removed, Inactive, Active };
-
-struct SelectionCase {
-    const char* name;
-    Target target;
-    bool select;
-    Hook raise;  // null: the media stack must not be called
-    UVA_STATUS status;
-    int level;         // of the one line logged, 0 for none
-    std::string line;  // a trailing "@" stands for the media stack's component
-};
-
-class SelectionTest : public BroadcastTest, public ::testing::WithParamInterface<SelectionCase> {};
-
-TEST_P(SelectionTest, MapsTheBrowsersComponentBackOrRefuses) {
-    const SelectionCase& row = GetParam();
-    Component* target = row.target <= Target::Null ? nullptr : Announce(kAdded);
-    component.SetActive(row.target != Target::Inactive);
-    if (row.target == Target::Removed) {
-        Announce(kRemoved);
-    } else if (row.target == Target::NoBackend) {
-        wrapper = std::make_unique<W>(nullptr, &client);
-    }
-    auto& call = row.select ? EXPECT_CALL(*backend, SelectComponent(&component)) : EXPECT_CALL(*backend, UnselectComponent(&component));
-    row.raise ? void(call.WillOnce(row.raise)) : void(call.Times(0));
-    log.Clear();
-    EXPECT_EQ(row.select ? wrapper->selectComponent(target) : wrapper->unselectComponent(target), row.status);
-    const bool withAddress = !row.line.empty() && row.line.back() == '@';
-    const std::string line = withAddress ? row.line.substr(0, row.line.size() - 1) + Address(&component) : row.line;
-    EXPECT_THAT(log.Records("Velmora::VB"), ElementsAreArray(row.level ? Lines{LogLine(row.level, line)} : Lines{}));
-    if (row.target >= Target::Inactive) {
-        Announce(kRemoved);
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    BothOperations, SelectionTest,
-    ValuesIn(std::vector<SelectionCase>{
-        {"select_without_backend", Target::NoBackend, true, nullptr, UVA_STATUS_ERROR, 5, std::string("Exception type 1: ") + kCastFailed},
-        {"select_null", Target::Null, true, nullptr, UVA_STATUS_ERROR, 5, "selectComponent Uva attempts to select nullpointer AVComponent id."},
-        {"unselect_null", Target::Null, false, nullptr, UVA_STATUS_ERROR, 5, "unselectComponent Uva attempts to select nullpointer AVComponent id."},
-        {"select_removed", Target::Removed, true, nullptr, UVA_STATUS_ERROR, 5, "selectComponent Uva attempts to select non-existing AVComponent id."},
-        {"unselect_removed", Target::Removed, false, nullptr, UVA_STATUS_ERROR, 5, "unselectComponent Uva attempts to select invalid AVComponent id."},
-        {"select_inactive", Target::Inactive, true, nullptr, UVA_STATUS_ERROR, 0, ""},
-        {"select", Target::Active, true, [] {}, UVA_STATUS_OK, 2, "Select component: @"},
-        {"unselect", Target::Active, false, [] {}, UVA_STATUS_OK, 0, ""},
-        {"select_refused", Target::Active, true, [] { throw ExceptionBase(3, "busy"); }, UVA_STATUS_ERROR_3, 5, "Exception type 3: busy"},
-        {"unselect_failing", Target::Active, false, [] { throw std::runtime_error("x"); }, UVA_STATUS_ERROR, 5,
-         "virtual function from IVideoBroadcastBackend failed: x"}}),
+        {"wrong_class", [] { return Plain(BackendEvent::SubtitlesChanged); }, "", nullptr, "Dynamic cast of Velmora::BackendEventPtr failed."}}),
     kName);
 
 }  // namespace
