@@ -8,6 +8,7 @@ set(velmora_reference_sources
     ReferenceDrmBackend.cpp
     ReferenceMediaBackend.cpp
     ReferenceUva.cpp
+    SampleValidation.cpp
     StackFactory.cpp
     StackOptions.cpp
     StepThread.cpp)
