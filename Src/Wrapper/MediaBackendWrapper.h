@@ -86,7 +86,7 @@ private:
 
     using TimeRangeQuery = bool (IMediaBackend::*)(std::vector<IBackend::ByteRange>&,
                                                    std::vector<IBackend::TimeRange>&);
-    UVA_STATUS ReportTimeRanges(const char* name, TimeRangeQuery query, TimeRange**& timeRanges);
+    UVA_STATUS ReportTimeRanges(const CallPolicy& policy, TimeRangeQuery query, TimeRange**& timeRanges);
     UVA_STATUS PassOnSelection(const char* name, const char* unknownComponentText,
                                void (IMediaBackend::*selection)(IAvComponent*), AVComponent* component);
 

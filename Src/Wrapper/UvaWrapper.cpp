@@ -25,7 +25,7 @@ constexpr const char* kMediaFailure = "virtual function from IMediaBackend faile
 // The DRM side writes a blank between the operation's name and its sentence.
 constexpr const char* kDrmFailure = " virtual function from IDrmBackend failed: ";
 
-CallPolicy RegistryCall(const char* name, const char* failureSentence, const char* unknownText) {
+constexpr CallPolicy RegistryCall(const char* name, const char* failureSentence, const char* unknownText) {
     return CallPolicy{&kLog, name, failureSentence, 5, unknownText};
 }
 
@@ -55,9 +55,10 @@ UvaWrapper::~UvaWrapper() { gate.Close(); }
 UVABackend* UvaWrapper::RequestBackend(UVABackend::UVABackendType type, UVAClient* client) {
     VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestBackend" << " type: " << static_cast<int>(type)
                                << kLog.suffix;
+    static constexpr CallPolicy kPolicy =
+        RegistryCall("RequestBackend", kMediaFailure, "Unknown exception caught in UVAWrapper::RequestBackend");
     UVABackend* const added =
-        Guarded(RegistryCall("RequestBackend", kMediaFailure, "Unknown exception caught in UVAWrapper::RequestBackend"),
-                static_cast<UVABackend*>(nullptr), [&]() -> UVABackend* {
+        Guarded(kPolicy, static_cast<UVABackend*>(nullptr), [&]() -> UVABackend* {
                     switch (type) {
                         case UVABackend::TYPE_MEDIA:
                         case UVABackend::TYPE_MEDIA_SOURCE:
@@ -94,7 +95,8 @@ UVABackend* UvaWrapper::AddBroadcastBackend(UVAClient* client) {
 }
 
 UVA_STATUS UvaWrapper::ReleaseBackend(UVABackend* backend) {
-    return Guarded(RegistryCall("ReleaseBackend", kMediaFailure, kUnknownException), [&] {
+    static constexpr CallPolicy kPolicy = RegistryCall("ReleaseBackend", kMediaFailure, kUnknownException);
+    return Guarded(kPolicy, [&] {
         VELMORA_LOG(kLog, 2) << kLog.prefix << "ReleaseBackend" << " ..entering. Currently uvaBackends.size(): "
                              << uvaBackends.size() << kLog.suffix;
         BackendList::iterator position;
@@ -123,9 +125,10 @@ UVADRMBackend* UvaWrapper::RequestDrmBackend(const char* keySystemId, UVADRMClie
     VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestDrmBackend" << " id: "
                                << (keySystemId != nullptr ? keySystemId : " empty id!; ") << " client: "
                                << static_cast<const void*>(client) << kLog.suffix;
-    UVADRMBackend* const added = Guarded(
-        RegistryCall("RequestDrmBackend", kDrmFailure, "Unknown exception caught in UVAWrapper::RequestDrmBackend"),
-        static_cast<UVADRMBackend*>(nullptr), [&] { return AddDrmBackend(keySystemId, client); });
+    static constexpr CallPolicy kPolicy =
+        RegistryCall("RequestDrmBackend", kDrmFailure, "Unknown exception caught in UVAWrapper::RequestDrmBackend");
+    UVADRMBackend* const added =
+        Guarded(kPolicy, static_cast<UVADRMBackend*>(nullptr), [&] { return AddDrmBackend(keySystemId, client); });
     VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestDrmBackend" << " ------ Now added: "
                                << static_cast<const void*>(added)
                                << ". Number of backends in uvaDrmBackends: " << uvaDrmBackends.size() << kLog.suffix;
@@ -141,7 +144,8 @@ UVADRMBackend* UvaWrapper::AddDrmBackend(const char* keySystemId, UVADRMClient* 
 }
 
 UVA_STATUS UvaWrapper::ReleaseDrmBackend(UVADRMBackend* backend) {
-    return Guarded(RegistryCall("ReleaseDrmBackend", kDrmFailure, kUnknownException), [&] {
+    static constexpr CallPolicy kPolicy = RegistryCall("ReleaseDrmBackend", kDrmFailure, kUnknownException);
+    return Guarded(kPolicy, [&] {
         VELMORA_LOG(kLog, 2) << kLog.prefix << "ReleaseDrmBackend" << " ..entering. Currently uvaDrmBackends.size(): "
                              << uvaDrmBackends.size() << kLog.suffix;
         DrmBackendList::iterator position;
