@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 #include "AvComponentWrapper.h"
@@ -126,8 +127,8 @@ boost::shared_ptr<unsigned char> SharedCopyOf(const UVABackend::MediaSample::Buf
     return buffer.size() == 0 ? nullptr : Utilities::CopyToSharedBytes(buffer.bytes(), buffer.size());
 }
 
-DecoderBuffer DecoderBufferOf(UVABackend::MediaSample& sample) {
-    DecoderBuffer buffer;
+// Filled in place in the list the media stack receives: nothing is copied twice.
+void FillDecoderBuffer(DecoderBuffer& buffer, UVABackend::MediaSample& sample) {
     buffer.subSamples = TakeSubSamples(sample);
     buffer.data = SharedCopyOf(sample.data);
     buffer.dataSize = sample.data.size();
@@ -146,31 +147,47 @@ DecoderBuffer DecoderBufferOf(UVABackend::MediaSample& sample) {
     buffer.width = sample.width;
     buffer.height = sample.height;
     buffer.sampleRate = sample.sampleRate;
-    return buffer;
 }
 
 // One buffer per sample present; the count stays the browser's.
 boost::shared_ptr<BackendEvent> WriteMseDataOf(::NeedMSEDataEvent& answer) {
-    const auto buffers = boost::make_shared<std::vector<DecoderBuffer>>();
-    for (std::uint32_t index = 0; answer.samples != nullptr && index < answer.count; ++index) {
-        if (UVABackend::MediaSample* const sample = answer.samples[index]) {
-            buffers->push_back(DecoderBufferOf(*sample));
+    auto buffers = boost::make_shared<std::vector<DecoderBuffer>>();
+    UVABackend::MediaSample* const* const samples = answer.samples;
+    if (samples != nullptr) {
+        // The list's block is allocated once, for exactly the samples present.
+        const auto present = std::count_if(samples, samples + answer.count,
+                                           [](const UVABackend::MediaSample* sample) { return sample != nullptr; });
+        buffers->reserve(static_cast<std::size_t>(present));
+        for (std::uint32_t index = 0; index < answer.count; ++index) {
+            if (UVABackend::MediaSample* const sample = samples[index]) {
+                FillDecoderBuffer(buffers->emplace_back(), *sample);
+            }
         }
     }
-    return boost::make_shared<WriteMseDataEvent>(answer.sourceId, buffers, answer.count);
+    return boost::make_shared<WriteMseDataEvent>(answer.sourceId, std::move(buffers), answer.count);
+}
+
+// `answer` as the class its code names, or null. The browser's own class is recognised without a search
+// of the class tree; anything else, a class derived from it included, takes the checked cast.
+template <typename Answer>
+Answer* AnswerAs(UVAEvent& answer) {
+    if (typeid(answer) == typeid(Answer)) {
+        return static_cast<Answer*>(&answer);
+    }
+    return dynamic_cast<Answer*>(&answer);
 }
 
 // The browser's answer to a data request, passed on as the media stack's own event.
 void PassOnAnswer(IMediaBackend& media, UVAEvent* answer, unsigned int size, UVABackend::WriteDataStatus status) {
     const UVAEvent::Type code = answer != nullptr ? answer->getType() : UVAEvent::RESOURCE_REVOKED;
     if (code == UVAEvent::NEED_DATA) {
-        if (const auto* need = dynamic_cast<const ::NeedDataEvent*>(answer)) {
+        if (const auto* need = AnswerAs<::NeedDataEvent>(*answer)) {
             media.WriteData(
                 boost::make_shared<Velmora::NeedDataEvent>(need->sourceId, need->requestId, need->offset, need->size),
                 size, status);
         }
     } else if (code == UVAEvent::NEED_MSE_DATA) {
-        if (auto* need = dynamic_cast<::NeedMSEDataEvent*>(answer)) {
+        if (auto* need = AnswerAs<::NeedMSEDataEvent>(*answer)) {
             media.WriteMseData(WriteMseDataOf(*need), status);
         }
     } else {
