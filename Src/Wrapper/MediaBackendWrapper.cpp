@@ -202,7 +202,9 @@ using BrowserEvent = std::unique_ptr<UVAEvent>;
 // The browser's `To` filled from the media stack's `From`; null when the event is of another class.
 template <typename From, typename To, typename Fill>
 BrowserEvent Translated(const BackendEvent& event, Fill fill) {
-    const auto* from = dynamic_cast<const From*>(&event);
+    // The media stack raises the very class its code names: that needs no search of the class tree.
+    const auto* from =
+        typeid(event) == typeid(From) ? static_cast<const From*>(&event) : dynamic_cast<const From*>(&event);
     if (from == nullptr) {
         return nullptr;
     }
@@ -721,14 +723,29 @@ UVA_STATUS MediaBackendWrapper::PassOnSelection(const char* name, const char* un
 
 // Events
 
+namespace {
+
+// The slot's lines are built out of line, so that passing an event on costs no text machinery.
+[[gnu::cold, gnu::noinline]] void LogNullEvent() {
+    VELMORA_LOG(kLog, 5) << "MediaBackendEvent" << kNullEventIgnored;
+}
+
+[[gnu::cold, gnu::noinline]] void LogSending(BackendEvent::EventType code) noexcept {
+    // Without memory for this line the event, a component's removal above all, is still handled.
+    VELMORA_LOG_QUIET(kLog, 2) << "MediaBackendEvent" << kSendingEvent << Utilities::EventName(code);
+}
+
+}  // namespace
+
 void MediaBackendWrapper::MediaBackendEvent(boost::shared_ptr<BackendEvent> event) {
     if (!event) {
-        VELMORA_LOG(kLog, 5) << "MediaBackendEvent" << kNullEventIgnored;
+        LogNullEvent();
         return;
     }
     const BackendEvent::EventType code = event->type;
-    // Without memory for this line the event, a component's removal above all, is still handled.
-    VELMORA_LOG_QUIET(kLog, 2) << "MediaBackendEvent" << kSendingEvent << Utilities::EventName(code);
+    if (LogEnabled(kLog, 2)) {
+        LogSending(code);
+    }
     if (code == BackendEvent::ComponentChanged) {
         OnComponentChanged(*event);
         return;
