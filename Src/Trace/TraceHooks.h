@@ -23,7 +23,7 @@ struct LogSite;
 namespace Tracing {
 
 // True while the trace records or the watchdog watches.
-extern std::atomic<bool> armed;
+extern std::atomic<bool> armed __attribute__((visibility("hidden")));
 
 inline bool Armed() noexcept { return __builtin_expect(armed.load(std::memory_order_relaxed), 0) != 0; }
 

@@ -38,8 +38,9 @@ UVA_STATUS ReportCurrentException(const CallPolicy& policy, bool mapErrorType) n
 
 namespace Unwatched {
 
+// Inlined into each operation: on success the guard costs nothing but the call it wraps.
 template <typename Body>
-auto Guarded(const CallPolicy& policy, Body&& body) noexcept -> decltype(body()) {
+[[gnu::always_inline]] inline auto Guarded(const CallPolicy& policy, Body&& body) noexcept -> decltype(body()) {
     using Result = decltype(body());
     static_assert(std::is_same<Result, UVA_STATUS>::value || std::is_void<Result>::value,
                   "give other results a failure value");
@@ -55,7 +56,7 @@ auto Guarded(const CallPolicy& policy, Body&& body) noexcept -> decltype(body())
 }
 
 template <typename Result, typename Body>
-Result Guarded(const CallPolicy& policy, Result failure, Body&& body) noexcept {
+[[gnu::always_inline]] inline Result Guarded(const CallPolicy& policy, Result failure, Body&& body) noexcept {
     try {
         return std::forward<Body>(body)();
     } catch (...) {
@@ -66,21 +67,40 @@ Result Guarded(const CallPolicy& policy, Result failure, Body&& body) noexcept {
 
 }  // namespace Unwatched
 
-// The guard, timed for the session trace and the slow-call watchdog while either is on. `backend` and
-// `operation` name the call there; the operation defaults to the calling function's own name.
+// The guard timed for the session trace and the slow-call watchdog: out of line and cold, so that the
+// untimed path a forwarder inlines is one flag test before the guarded call.
+namespace Timed {
+
+template <typename Body>
+[[gnu::cold, gnu::noinline]] auto Guarded(const CallPolicy& policy, Body& body, const void* backend,
+                                          const char* operation) noexcept -> decltype(body()) {
+    Tracing::CallTimer timer(*policy.site, operation, backend);
+    if constexpr (std::is_void<decltype(body())>::value) {
+        Unwatched::Guarded(policy, body);
+    } else {
+        return timer.Returns(Unwatched::Guarded(policy, body));
+    }
+}
+
+template <typename Result, typename Body>
+[[gnu::cold, gnu::noinline]] Result Guarded(const CallPolicy& policy, Result failure, Body& body,
+                                            const void* backend, const char* operation) noexcept {
+    Tracing::CallTimer timer(*policy.site, operation, backend);
+    return timer.Returns(Unwatched::Guarded(policy, failure, body), failure);
+}
+
+}  // namespace Timed
+
+// The guard, timed while the session trace or the watchdog is on. `backend` and `operation` name the call
+// there; the operation defaults to the calling function's own name. `policy` is best a static constant:
+// the untimed path then reads it only when a failure is reported.
 
 // For operations answering a UVA_STATUS, or nothing.
 template <typename Body>
 auto Guarded(const CallPolicy& policy, Body&& body, const void* backend = nullptr,
              const char* operation = __builtin_FUNCTION()) noexcept -> decltype(body()) {
     if (Tracing::Armed()) {
-        Tracing::CallTimer timer(*policy.site, operation, backend);
-        if constexpr (std::is_void<decltype(body())>::value) {
-            Unwatched::Guarded(policy, std::forward<Body>(body));
-            return;
-        } else {
-            return timer.Returns(Unwatched::Guarded(policy, std::forward<Body>(body)));
-        }
+        return Timed::Guarded(policy, body, backend, operation);
     }
     return Unwatched::Guarded(policy, std::forward<Body>(body));
 }
@@ -91,8 +111,7 @@ auto Guarded(const CallPolicy& policy, Result failure, Body&& body, const void* 
              const char* operation = __builtin_FUNCTION()) noexcept
     -> std::enable_if_t<std::is_invocable<Body&&>::value, Result> {
     if (Tracing::Armed()) {
-        Tracing::CallTimer timer(*policy.site, operation, backend);
-        return timer.Returns(Unwatched::Guarded(policy, failure, std::forward<Body>(body)), failure);
+        return Timed::Guarded(policy, failure, body, backend, operation);
     }
     return Unwatched::Guarded(policy, failure, std::forward<Body>(body));
 }

@@ -30,7 +30,7 @@ constexpr const char* kSendDrmMessageFailed = " The impl for IDrmBackend::SendDr
 // Says uva_malloc although the block comes from plain malloc; kept so the log text stays unchanged.
 constexpr const char* kSessionIdAllocationFailed = "Unable to uva_malloc for the Drm session id string.";
 
-CallPolicy DrmCall(const char* name) { return CallPolicy{&kLog, name, kDrmFailureSentence}; }
+constexpr CallPolicy DrmCall(const char* name) { return CallPolicy{&kLog, name, kDrmFailureSentence}; }
 
 // The first words of every forwarding operation's trace line.
 struct Entry {
@@ -89,7 +89,8 @@ IDrmBackend& DrmBackendWrapper::Drm() const {
 }
 
 const char* DrmBackendWrapper::getId() const {
-    return Guarded(DrmCall("getId"), kNotAvailable, [&] {
+    static constexpr CallPolicy kPolicy = DrmCall("getId");
+    return Guarded(kPolicy, kNotAvailable, [&] {
         VELMORA_LOG(kLog, 2) << Entry{"getId", impl};
         // The back-end keeps its identifier alive; the browser reads these characters in place.
         return Drm().GetId().c_str();
@@ -97,7 +98,8 @@ const char* DrmBackendWrapper::getId() const {
 }
 
 const char* DrmBackendWrapper::getOIPFId() const {
-    return Guarded(DrmCall("getOIPFId"), kNotAvailable, [&] {
+    static constexpr CallPolicy kPolicy = DrmCall("getOIPFId");
+    return Guarded(kPolicy, kNotAvailable, [&] {
         VELMORA_LOG(kLog, 2) << Entry{"getOIPFId", impl};
         const char* id = Drm().GetOIPFId().c_str();
         VELMORA_LOG(kLog, 2) << "getOIPFId" << "Received " << id << " from impl.";
@@ -106,7 +108,8 @@ const char* DrmBackendWrapper::getOIPFId() const {
 }
 
 UVA_STATUS DrmBackendWrapper::generateKeyRequest(const unsigned char* init_data, unsigned int init_data_size) {
-    return Guarded(DrmCall("generateKeyRequest"), [&] {
+    static constexpr CallPolicy kPolicy = DrmCall("generateKeyRequest");
+    return Guarded(kPolicy, [&] {
         VELMORA_LOG(kLog, 2) << Entry{"generateKeyRequest", impl} << " Value of init_data is : "
                              << AsText{init_data, init_data_size}
                              << " Value of init_data_size is : " << init_data_size;
@@ -117,7 +120,8 @@ UVA_STATUS DrmBackendWrapper::generateKeyRequest(const unsigned char* init_data,
 
 UVA_STATUS DrmBackendWrapper::addKey(const unsigned char* key, unsigned int key_size, const unsigned char* init_data,
                                      unsigned int init_data_size, const char* session_id) {
-    return Guarded(DrmCall("addKey"), [&] {
+    static constexpr CallPolicy kPolicy = DrmCall("addKey");
+    return Guarded(kPolicy, [&] {
         VELMORA_LOG(kLog, 2) << Entry{"addKey", impl} << " Key value: " << AsText{key, key_size} << "; "
                              << "; key_size: " << key_size << " Value of init_data is : "
                              << AsText{init_data, init_data_size}
@@ -131,14 +135,16 @@ UVA_STATUS DrmBackendWrapper::addKey(const unsigned char* key, unsigned int key_
 }
 
 UVA_STATUS DrmBackendWrapper::cancelKeyRequest(const char* session_id) {
-    return Guarded(DrmCall("cancelKeyRequest"), [&] {
+    static constexpr CallPolicy kPolicy = DrmCall("cancelKeyRequest");
+    return Guarded(kPolicy, [&] {
         VELMORA_LOG(kLog, 2) << Entry{"cancelKeyRequest", impl};
         return StatusOf(Drm().CancelKeyRequest(Utilities::TextOrEmpty(session_id)));
     }, this);
 }
 
 UVA_STATUS DrmBackendWrapper::getKeyReleases() {
-    return Guarded(DrmCall("getKeyReleases"), [&] {
+    static constexpr CallPolicy kPolicy = DrmCall("getKeyReleases");
+    return Guarded(kPolicy, [&] {
         VELMORA_LOG(kLog, 2) << Entry{"getKeyReleases", impl};
         return StatusOf(Drm().GetKeyReleases());
     }, this);
@@ -146,7 +152,8 @@ UVA_STATUS DrmBackendWrapper::getKeyReleases() {
 
 UVA_STATUS DrmBackendWrapper::addKeyReleaseCommit(const unsigned char* data, unsigned int size,
                                                   const char* session_id) {
-    return Guarded(DrmCall("addKeyReleaseCommit"), [&] {
+    static constexpr CallPolicy kPolicy = DrmCall("addKeyReleaseCommit");
+    return Guarded(kPolicy, [&] {
         VELMORA_LOG(kLog, 2) << Entry{"addKeyReleaseCommit", impl};
         const boost::shared_ptr<unsigned char> dataCopy = Utilities::CopyToSharedBytes(data, size);
         return StatusOf(Drm().AddKeyReleaseCommit(dataCopy, size, Utilities::TextOrEmpty(session_id)));
@@ -154,7 +161,8 @@ UVA_STATUS DrmBackendWrapper::addKeyReleaseCommit(const unsigned char* data, uns
 }
 
 UVA_STATUS DrmBackendWrapper::sendDRMMessage(const char* msg_type, const char* msg, char*& result) {
-    return Guarded(DrmCall("sendDRMMessage"), [&] {
+    static constexpr CallPolicy kPolicy = DrmCall("sendDRMMessage");
+    return Guarded(kPolicy, [&] {
         VELMORA_LOG(kLog, 2) << Entry{"sendDRMMessage", impl};
         const std::string message = Utilities::TextOrEmpty(msg);
         const std::string messageType = Utilities::TextOrEmpty(msg_type);

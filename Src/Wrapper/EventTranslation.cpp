@@ -1,6 +1,7 @@
 #include "EventTranslation.h"
 
 #include <cstdint>
+#include <typeinfo>
 #include <utility>
 
 #include "Utilities.h"
@@ -14,11 +15,21 @@ namespace {
 
 using Utilities::DuplicateText;
 
+// `event` as `Derived`, or null. The media stack raises the very class its code names, which needs no
+// search of the class tree; anything else, a class derived from it included, takes the checked cast.
+template <typename Derived, typename Base>
+const Derived* CastTo(const Base& event) {
+    if (typeid(event) == typeid(Derived)) {
+        return static_cast<const Derived*>(&event);
+    }
+    return dynamic_cast<const Derived*>(&event);
+}
+
 // The media stack's event as the class its type code names; never read fields of another class. The
 // throw leaves the slot towards whoever raised the event.
 template <typename Derived, typename Base>
 const Derived& As(const Base& event) {
-    const auto* derived = dynamic_cast<const Derived*>(&event);
+    const auto* derived = CastTo<Derived>(event);
     if (derived == nullptr) {
         throw GenericErrorException(kEventCastFailed);
     }
@@ -35,7 +46,7 @@ void CopyParentalRating(const ParentalRatingEventBase& from, ::ParentalRatingEve
 // The browser's `To` filled from the media stack's `From`; null when the event is of another class.
 template <typename From, typename To, typename Fill>
 std::unique_ptr<UVAEvent> Translated(const BackendEvent& event, Fill fill) {
-    const auto* from = dynamic_cast<const From*>(&event);
+    const auto* from = CastTo<From>(event);
     if (from == nullptr) {
         return nullptr;
     }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 #include "CallGuard.h"
@@ -49,7 +50,7 @@ constexpr const char* kEventWithoutClient = "MediaBackendEvent Event cannot be s
 const ComponentPolicy kComponents{&kLog, "MediaBackendEvent", kMediaEventNotHandled, "Component ADDED: ", nullptr};
 
 // The operation's name is glued to the failure sentence without a blank; the browser's logs expect that.
-CallPolicy MediaCall(const char* name, int exceptionBaseLevel = 5) {
+constexpr CallPolicy MediaCall(const char* name, int exceptionBaseLevel = 5) {
     return CallPolicy{&kLog, name, kCallFailure, exceptionBaseLevel};
 }
 
@@ -86,16 +87,26 @@ void DeleteSources(SourceDescription** sources) {
 }
 
 // The browser's answer to a data request, passed on as the media stack's own event.
+// `answer` as the class its code names, or null. The browser's own class is recognised without a search
+// of the class tree; anything else, a class derived from it included, takes the checked cast.
+template <typename Answer>
+Answer* AnswerAs(UVAEvent& answer) {
+    if (typeid(answer) == typeid(Answer)) {
+        return static_cast<Answer*>(&answer);
+    }
+    return dynamic_cast<Answer*>(&answer);
+}
+
 void PassOnAnswer(IMediaBackend& media, UVAEvent* answer, unsigned int size, UVABackend::WriteDataStatus status) {
     const UVAEvent::Type code = answer != nullptr ? answer->getType() : UVAEvent::RESOURCE_REVOKED;
     if (code == UVAEvent::NEED_DATA) {
-        if (const auto* need = dynamic_cast<const ::NeedDataEvent*>(answer)) {
+        if (const auto* need = AnswerAs<::NeedDataEvent>(*answer)) {
             media.WriteData(
                 boost::make_shared<Velmora::NeedDataEvent>(need->sourceId, need->requestId, need->offset, need->size),
                 size, status);
         }
     } else if (code == UVAEvent::NEED_MSE_DATA) {
-        if (auto* need = dynamic_cast<::NeedMSEDataEvent*>(answer)) {
+        if (auto* need = AnswerAs<::NeedMSEDataEvent>(*answer)) {
             media.WriteMseData(WriteMseDataOf(*need), status);
         }
     } else {
@@ -144,9 +155,15 @@ MediaBackendWrapper::~MediaBackendWrapper() {
 
 boost::shared_ptr<IBackend> MediaBackendWrapper::GetMediaBackendImpl() { return backend; }
 
-IMediaBackend& MediaBackendWrapper::Media() const {
+namespace {
+
+[[noreturn, gnu::cold, gnu::noinline]] void ThrowCastFailure() { throw GenericErrorException(kCastFailure); }
+
+}  // namespace
+
+inline IMediaBackend& MediaBackendWrapper::Media() const {
     if (media == nullptr) {
-        throw GenericErrorException(kCastFailure);
+        ThrowCastFailure();
     }
     return *media;
 }
@@ -170,111 +187,135 @@ UVA_STATUS MediaBackendWrapper::Forward(const CallPolicy& policy, Call&& call, c
 // The forwarding family: cast, convert, call, answer.
 
 UVA_STATUS MediaBackendWrapper::setWindowId(unsigned int windowId) {
-    return Forward(MediaCall("setWindowId"), [&](IMediaBackend& media) { media.SetWindowId(windowId); });
+    static constexpr CallPolicy kPolicy = MediaCall("setWindowId");
+    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetWindowId(windowId); });
 }
 
 UVA_STATUS MediaBackendWrapper::removeSource(unsigned int sourceId) {
-    return Forward(MediaCall("removeSource"), [&](IMediaBackend& media) { media.RemoveSource(sourceId); });
+    static constexpr CallPolicy kPolicy = MediaCall("removeSource");
+    return Forward(kPolicy, [&](IMediaBackend& media) { media.RemoveSource(sourceId); });
 }
 
 UVA_STATUS MediaBackendWrapper::setVideoWindow(int x, int y, int width, int height) {
-    return Forward(MediaCall("setVideoWindow"), [&](IMediaBackend& media) {
+    static constexpr CallPolicy kPolicy = MediaCall("setVideoWindow");
+    return Forward(kPolicy, [&](IMediaBackend& media) {
         return media.SetVideoWindow(Utilities::MakeVideoRect(x, y, width, height));
     });
 }
 
 UVA_STATUS MediaBackendWrapper::setClipRect(int x, int y, int width, int height) {
-    return Forward(MediaCall("setClipRect"), [&](IMediaBackend& media) {
+    static constexpr CallPolicy kPolicy = MediaCall("setClipRect");
+    return Forward(kPolicy, [&](IMediaBackend& media) {
         return media.SetClipRect(Utilities::MakeVideoRect(x, y, width, height));
     });
 }
 
 UVA_STATUS MediaBackendWrapper::getVideoFrame(unsigned char* buffer, unsigned int size) {
-    return Forward(MediaCall("getVideoFrame"), [&](IMediaBackend& media) { return media.GetVideoFrame(buffer, size); });
+    static constexpr CallPolicy kPolicy = MediaCall("getVideoFrame");
+    return Forward(kPolicy, [&](IMediaBackend& media) { return media.GetVideoFrame(buffer, size); });
 }
 
 UVA_STATUS MediaBackendWrapper::play() {
-    return Forward(MediaCall("play"), [](IMediaBackend& media) { media.Play(); });
+    static constexpr CallPolicy kPolicy = MediaCall("play");
+    return Forward(kPolicy, [](IMediaBackend& media) { media.Play(); });
 }
 
 UVA_STATUS MediaBackendWrapper::stop() {
-    return Forward(MediaCall("stop"), [](IMediaBackend& media) { media.Stop(); });
+    static constexpr CallPolicy kPolicy = MediaCall("stop");
+    return Forward(kPolicy, [](IMediaBackend& media) { media.Stop(); });
 }
 
 UVA_STATUS MediaBackendWrapper::pause(bool paused) {
-    return Forward(MediaCall("pause"), [&](IMediaBackend& media) { media.Pause(paused); });
+    static constexpr CallPolicy kPolicy = MediaCall("pause");
+    return Forward(kPolicy, [&](IMediaBackend& media) { media.Pause(paused); });
 }
 
 UVA_STATUS MediaBackendWrapper::setPlaybackRate(double rate) {
-    return Forward(MediaCall("setPlaybackRate"), [&](IMediaBackend& media) { media.SetPlaybackRate(rate); });
+    static constexpr CallPolicy kPolicy = MediaCall("setPlaybackRate");
+    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetPlaybackRate(rate); });
 }
 
 UVA_STATUS MediaBackendWrapper::setVolume(double volume) {
-    return Forward(MediaCall("setVolume"), [&](IMediaBackend& media) { media.SetVolume(volume); });
+    static constexpr CallPolicy kPolicy = MediaCall("setVolume");
+    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetVolume(volume); });
 }
 
 // Asked often while playing: a media stack that cannot answer yet is traced, not reported.
 UVA_STATUS MediaBackendWrapper::getDuration(double& duration) {
-    return Forward(MediaCall("getDuration", 2), [&](IMediaBackend& media) { return media.GetDuration(duration); });
+    static constexpr CallPolicy kPolicy = MediaCall("getDuration", 2);
+    return Forward(kPolicy, [&](IMediaBackend& media) { return media.GetDuration(duration); });
 }
 
 UVA_STATUS MediaBackendWrapper::setContentSize(unsigned int width, unsigned int height) {
-    return Forward(MediaCall("setContentSize"), [&](IMediaBackend& media) { media.SetContentSize(width, height); });
+    static constexpr CallPolicy kPolicy = MediaCall("setContentSize");
+    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetContentSize(width, height); });
 }
 
 UVA_STATUS MediaBackendWrapper::getPosition(double& position) {
-    return Forward(MediaCall("getPosition"), [&](IMediaBackend& media) { return media.GetPosition(position); });
+    static constexpr CallPolicy kPolicy = MediaCall("getPosition");
+    return Forward(kPolicy, [&](IMediaBackend& media) { return media.GetPosition(position); });
 }
 
 UVA_STATUS MediaBackendWrapper::setPosition(double position) {
-    return Forward(MediaCall("setPosition"), [&](IMediaBackend& media) { return media.SetPosition(position); });
+    static constexpr CallPolicy kPolicy = MediaCall("setPosition");
+    return Forward(kPolicy, [&](IMediaBackend& media) { return media.SetPosition(position); });
 }
 
 // The media stack knows one visibility flag; the browser's second one has no counterpart.
 UVA_STATUS MediaBackendWrapper::setVisibility(bool visible, bool /*unused*/) {
-    return Forward(MediaCall("setVisibility"), [&](IMediaBackend& media) { media.SetVisibility(visible); });
+    static constexpr CallPolicy kPolicy = MediaCall("setVisibility");
+    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetVisibility(visible); });
 }
 
 // The media stack takes no duration and gives no size here: `size` stays as the browser left it.
 UVA_STATUS MediaBackendWrapper::getSizeFromDuration(double /*duration*/, unsigned int& /*size*/) {
-    return Forward(MediaCall("getSizeFromDuration"), [](IMediaBackend& media) { media.GetSizeFromDuration(); });
+    static constexpr CallPolicy kPolicy = MediaCall("getSizeFromDuration");
+    return Forward(kPolicy, [](IMediaBackend& media) { media.GetSizeFromDuration(); });
 }
 
 UVA_STATUS MediaBackendWrapper::setFullScreen(bool fullScreen) {
-    return Forward(MediaCall("setFullScreen"), [&](IMediaBackend& media) { media.SetFullScreen(fullScreen); });
+    static constexpr CallPolicy kPolicy = MediaCall("setFullScreen");
+    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetFullScreen(fullScreen); });
 }
 
 UVA_STATUS MediaBackendWrapper::setLoop(const char* loop) {
-    return Forward(MediaCall("setLoop"), [&](IMediaBackend& media) { media.SetLoop(Utilities::TextOrEmpty(loop)); });
+    static constexpr CallPolicy kPolicy = MediaCall("setLoop");
+    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetLoop(Utilities::TextOrEmpty(loop)); });
 }
 
 UVA_STATUS MediaBackendWrapper::setSource(const char* url) {
-    return Forward(MediaCall("setSource"), [&](IMediaBackend& media) { media.SetSource(Utilities::TextOrEmpty(url)); });
+    static constexpr CallPolicy kPolicy = MediaCall("setSource");
+    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetSource(Utilities::TextOrEmpty(url)); });
 }
 
 UVA_STATUS MediaBackendWrapper::onListenerChanged(const char* listener) {
-    return Forward(MediaCall("onListenerChanged"),
+    static constexpr CallPolicy kPolicy = MediaCall("onListenerChanged");
+    return Forward(kPolicy,
                    [&](IMediaBackend& media) { media.OnListenerChanged(Utilities::TextOrEmpty(listener)); });
 }
 
 // The media stack only knows "aggressive or not".
 UVA_STATUS MediaBackendWrapper::setBufferingStrategy(BufferingStrategy strategy) {
-    return Forward(MediaCall("setBufferingStrategy"),
+    static constexpr CallPolicy kPolicy = MediaCall("setBufferingStrategy");
+    return Forward(kPolicy,
                    [&](IMediaBackend& media) { media.SetBufferingStrategy(strategy == BUFFERING_AGGRESSIVE); });
 }
 
 UVA_STATUS MediaBackendWrapper::getBytesInBuffer(unsigned int& bytes) {
-    return Forward(MediaCall("getBytesInBuffer"), [&](IMediaBackend& media) { media.GetBytesInBuffer(bytes); });
+    static constexpr CallPolicy kPolicy = MediaCall("getBytesInBuffer");
+    return Forward(kPolicy, [&](IMediaBackend& media) { media.GetBytesInBuffer(bytes); });
 }
 
 UVA_STATUS MediaBackendWrapper::setKeySystem(const char* keySystem) {
-    return Forward(MediaCall("setKeySystem"),
+    static constexpr CallPolicy kPolicy = MediaCall("setKeySystem");
+    return Forward(kPolicy,
                    [&](IMediaBackend& media) { media.SetKeySystem(Utilities::TextOrEmpty(keySystem)); });
 }
 
 // Queueing is accepted and dropped: the media stack plays one source at a time.
 UVA_STATUS MediaBackendWrapper::queue(const char* url) {
-    return Guarded(MediaCall("queue"), [&] {
+    static constexpr CallPolicy kPolicy = MediaCall("queue");
+    return Guarded(kPolicy, [&] {
         VELMORA_LOG(kLog, 2) << "queue : " << Utilities::TextOrEmpty(url);
         Media();
         return UVA_STATUS_OK;
@@ -284,7 +325,7 @@ UVA_STATUS MediaBackendWrapper::queue(const char* url) {
 // Sources
 
 UVA_STATUS MediaBackendWrapper::initBackend(const char* url, SourceDescription** sources, bool flag) {
-    const CallPolicy policy{&kLog, "initBackend", kCallFailure, 5, kInitBackendUnknownFailure};
+    static constexpr CallPolicy policy{&kLog, "initBackend", kCallFailure, 5, kInitBackendUnknownFailure};
     return Guarded(policy, [&] {
         IMediaBackend& media = Media();
         // An empty list is refused like a missing one, before any type is read.
@@ -310,7 +351,8 @@ UVA_STATUS MediaBackendWrapper::initBackend(const char* url, SourceDescription**
 
 // Unlike initBackend, any source type is passed on.
 UVA_STATUS MediaBackendWrapper::attachSource(SourceDescription* source) {
-    return Guarded(MediaCall("attachSource"), [&] {
+    static constexpr CallPolicy kPolicy = MediaCall("attachSource");
+    return Guarded(kPolicy, [&] {
         IMediaBackend& media = Media();
         if (source == nullptr) {
             throw GenericErrorException(kNullSource);
@@ -326,7 +368,7 @@ UVA_STATUS MediaBackendWrapper::attachSource(SourceDescription* source) {
 UVA_STATUS MediaBackendWrapper::writeData(UVAEvent* event, unsigned int size, WriteDataStatus status) {
     // The browser's event is ours whatever happens.
     const std::unique_ptr<UVAEvent> answer(event);
-    const CallPolicy policy{&kLog, "writeData", kWriteDataCallFailure};
+    static constexpr CallPolicy policy{&kLog, "writeData", kWriteDataCallFailure};
     return Guarded(policy, [&] {
         PassOnAnswer(Media(), answer.get(), size, status);
         return UVA_STATUS_OK;
@@ -336,7 +378,8 @@ UVA_STATUS MediaBackendWrapper::writeData(UVAEvent* event, unsigned int size, Wr
 // Capabilities
 
 UVA_STATUS MediaBackendWrapper::canPlayType(const char* type, const char** codecs, const char* keySystem) {
-    return Guarded(MediaCall("canPlayType"), [&] {
+    static constexpr CallPolicy kPolicy = MediaCall("canPlayType");
+    return Guarded(kPolicy, [&] {
         IMediaBackend& media = Media();
         std::vector<std::string> codecList;
         for (const char** codec = codecs; codec != nullptr && *codec != nullptr; ++codec) {
@@ -351,7 +394,8 @@ UVA_STATUS MediaBackendWrapper::canPlayType(const char* type, const char** codec
 }
 
 UVA_STATUS MediaBackendWrapper::canPlayURL(const char* url) {
-    return Guarded(MediaCall("canPlayURL"), [&] {
+    static constexpr CallPolicy kPolicy = MediaCall("canPlayURL");
+    return Guarded(kPolicy, [&] {
         if (url == nullptr) {
             throw GenericErrorException(kNullUrl);
         }
@@ -360,7 +404,8 @@ UVA_STATUS MediaBackendWrapper::canPlayURL(const char* url) {
 }
 
 UVA_STATUS MediaBackendWrapper::getSupportedMimetypes(char**& types) {
-    return Guarded(MediaCall("getSupportedMimetypes"), [&] {
+    static constexpr CallPolicy kPolicy = MediaCall("getSupportedMimetypes");
+    return Guarded(kPolicy, [&] {
         std::vector<std::string> supported;
         Media().GetSupportedMimetypes(supported);
         types = Utilities::NullTerminatedArray<char>(supported.size());
@@ -401,8 +446,9 @@ void MediaBackendWrapper::GetDRMBackend(std::string keySystemId, IDrmBackend*& d
 
 // Time ranges and native size
 
-UVA_STATUS MediaBackendWrapper::ReportTimeRanges(const char* name, TimeRangeQuery query, TimeRange**& timeRanges) {
-    return Guarded(MediaCall(name), [&] {
+UVA_STATUS MediaBackendWrapper::ReportTimeRanges(const CallPolicy& policy, TimeRangeQuery query,
+                                                 TimeRange**& timeRanges) {
+    return Guarded(policy, [&] {
         std::vector<IBackend::ByteRange> byteRanges;  // not reported to the browser
         std::vector<IBackend::TimeRange> ranges;
         const bool answer = (Media().*query)(byteRanges, ranges);
@@ -413,25 +459,39 @@ UVA_STATUS MediaBackendWrapper::ReportTimeRanges(const char* name, TimeRangeQuer
                 new TimeRange{static_cast<double>(ranges[index].start), static_cast<double>(ranges[index].end)};
         }
         return StatusOf(answer);
-    }, this, name);
+    }, this, policy.name);
 }
 
 UVA_STATUS MediaBackendWrapper::getBufferedTimeRanges(ByteRange** /*byteRanges*/, TimeRange**& timeRanges) {
-    return ReportTimeRanges("getBufferedTimeRanges", &IMediaBackend::GetBufferedTimeRanges, timeRanges);
+    static constexpr CallPolicy kPolicy = MediaCall("getBufferedTimeRanges");
+    return ReportTimeRanges(kPolicy, &IMediaBackend::GetBufferedTimeRanges, timeRanges);
 }
 
 UVA_STATUS MediaBackendWrapper::getSeekableTimeRanges(ByteRange** /*byteRanges*/, TimeRange**& timeRanges) {
-    return ReportTimeRanges("getSeekableTimeRanges", &IMediaBackend::GetSeekableTimeRanges, timeRanges);
+    static constexpr CallPolicy kPolicy = MediaCall("getSeekableTimeRanges");
+    return ReportTimeRanges(kPolicy, &IMediaBackend::GetSeekableTimeRanges, timeRanges);
 }
 
+namespace {
+
+// Built out of line: asked every frame, the call stays a plain forward while the trace level is off.
+[[gnu::cold, gnu::noinline]] void LogNativeSize(int width, int height) {
+    VELMORA_LOG(kLog, 2) << "getNativeSize; " << width << "; " << height << "; ";
+}
+
+}  // namespace
+
 UVA_STATUS MediaBackendWrapper::getNativeSize(int& width, int& height, double& aspectRatio) {
-    return Guarded(MediaCall("getNativeSize"), [&] {
+    static constexpr CallPolicy kPolicy = MediaCall("getNativeSize");
+    return Guarded(kPolicy, [&] {
         unsigned short nativeWidth = 0;
         unsigned short nativeHeight = 0;
         const bool answer = Media().GetNativeSize(nativeWidth, nativeHeight, aspectRatio);
         width = nativeWidth;
         height = nativeHeight;
-        VELMORA_LOG(kLog, 2) << "getNativeSize; " << width << "; " << height << "; ";
+        if (LogEnabled(kLog, 2)) {
+            LogNativeSize(width, height);
+        }
         return StatusOf(answer);
     }, this);
 }
@@ -453,14 +513,29 @@ UVA_STATUS MediaBackendWrapper::ChangeSelection(Selection which, AVComponent* co
 
 // Events
 
+namespace {
+
+// The slot's lines are built out of line, so that passing an event on costs no text machinery.
+[[gnu::cold, gnu::noinline]] void LogNullEvent() {
+    VELMORA_LOG(kLog, 5) << "MediaBackendEvent" << kNullEventIgnored;
+}
+
+[[gnu::cold, gnu::noinline]] void LogSending(BackendEvent::EventType code) noexcept {
+    // Without memory for this line the event, a component's removal above all, is still handled.
+    VELMORA_LOG_QUIET(kLog, 2) << "MediaBackendEvent" << kSendingEvent << Utilities::EventName(code);
+}
+
+}  // namespace
+
 void MediaBackendWrapper::MediaBackendEvent(boost::shared_ptr<BackendEvent> event) {
     if (!event) {
-        VELMORA_LOG(kLog, 5) << "MediaBackendEvent" << kNullEventIgnored;
+        LogNullEvent();
         return;
     }
     const BackendEvent::EventType code = event->type;
-    // Without memory for this line the event, a component's removal above all, is still handled.
-    VELMORA_LOG_QUIET(kLog, 2) << "MediaBackendEvent" << kSendingEvent << Utilities::EventName(code);
+    if (LogEnabled(kLog, 2)) {
+        LogSending(code);
+    }
     if (code == BackendEvent::ComponentChanged) {
         components.OnComponentChanged(*event);
         return;

@@ -87,7 +87,7 @@ private:
 
     using TimeRangeQuery = bool (IMediaBackend::*)(std::vector<IBackend::ByteRange>&,
                                                    std::vector<IBackend::TimeRange>&);
-    UVA_STATUS ReportTimeRanges(const char* name, TimeRangeQuery query, TimeRange**& timeRanges);
+    UVA_STATUS ReportTimeRanges(const CallPolicy& policy, TimeRangeQuery query, TimeRange**& timeRanges);
     UVA_STATUS ChangeSelection(Selection which, AVComponent* component);
 
     boost::signals2::scoped_connection eventConnection;

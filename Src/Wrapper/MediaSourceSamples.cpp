@@ -1,5 +1,6 @@
 #include "MediaSourceSamples.h"
 
+#include <algorithm>
 #include <boost/make_shared.hpp>
 #include <cstdint>
 #include <memory>
@@ -49,8 +50,8 @@ boost::shared_ptr<unsigned char> SharedCopyOf(const UVABackend::MediaSample::Buf
     return buffer.size() == 0 ? nullptr : Utilities::CopyToSharedBytes(buffer.bytes(), buffer.size());
 }
 
-DecoderBuffer DecoderBufferOf(UVABackend::MediaSample& sample) {
-    DecoderBuffer buffer;
+// Filled in place in the list the media stack receives: nothing is copied twice.
+void FillDecoderBuffer(DecoderBuffer& buffer, UVABackend::MediaSample& sample) {
     buffer.subSamples = TakeSubSamples(sample);
     buffer.data = SharedCopyOf(sample.data);
     buffer.dataSize = sample.data.size();
@@ -69,20 +70,26 @@ DecoderBuffer DecoderBufferOf(UVABackend::MediaSample& sample) {
     buffer.width = sample.width;
     buffer.height = sample.height;
     buffer.sampleRate = sample.sampleRate;
-    return buffer;
 }
 
 }  // namespace
 
 // One buffer per sample present; the count stays the browser's.
 boost::shared_ptr<BackendEvent> WriteMseDataOf(::NeedMSEDataEvent& answer) {
-    const auto buffers = boost::make_shared<std::vector<DecoderBuffer>>();
-    for (std::uint32_t index = 0; answer.samples != nullptr && index < answer.count; ++index) {
-        if (UVABackend::MediaSample* const sample = answer.samples[index]) {
-            buffers->push_back(DecoderBufferOf(*sample));
+    auto buffers = boost::make_shared<std::vector<DecoderBuffer>>();
+    UVABackend::MediaSample* const* const samples = answer.samples;
+    if (samples != nullptr) {
+        // The list's block is allocated once, for exactly the samples present.
+        const auto present = std::count_if(samples, samples + answer.count,
+                                           [](const UVABackend::MediaSample* sample) { return sample != nullptr; });
+        buffers->reserve(static_cast<std::size_t>(present));
+        for (std::uint32_t index = 0; index < answer.count; ++index) {
+            if (UVABackend::MediaSample* const sample = samples[index]) {
+                FillDecoderBuffer(buffers->emplace_back(), *sample);
+            }
         }
     }
-    return boost::make_shared<WriteMseDataEvent>(answer.sourceId, buffers, answer.count);
+    return boost::make_shared<WriteMseDataEvent>(answer.sourceId, std::move(buffers), answer.count);
 }
 
 }  // namespace Wrapper

@@ -55,7 +55,7 @@ __attribute__((tls_model("initial-exec"))) thread_local SlotGate::Passage* SlotG
 unsigned SlotGate::OwnPassages(const State& state, Passage** outermost) noexcept {
     unsigned count = 0;
     for (Passage* passage = innermostPassage; passage != nullptr; passage = passage->outer_) {
-        if (passage->state_.get() == &state) {
+        if (passage->state_ == &state) {
             ++count;
             *outermost = passage;
         }
@@ -94,8 +94,7 @@ void SlotGate::Close() noexcept {
     }
 }
 
-SlotGate::Passage::Passage(boost::shared_ptr<State> state) noexcept
-    : state_(std::move(state)), admitted_(state_->Enter()) {
+SlotGate::Passage::Passage(State& state) noexcept : state_(&state), admitted_(state.Enter()) {
     if (admitted_) {
         outer_ = innermostPassage;
         innermostPassage = this;

@@ -32,7 +32,7 @@ public:
     boost::function<void(Args...)> Bind(void (Owner::*handler)(Args...), Owner* owner) const {
         const boost::shared_ptr<State> state = state_;
         return [state, handler, owner](Args... args) {
-            const Passage passage(state);
+            const Passage passage(*state);
             if (passage.Admitted()) {
                 const Tracing::SlotTimer timer(owner, args...);
                 (owner->*handler)(static_cast<Args&&>(args)...);
@@ -74,7 +74,9 @@ private:
     // gate can tell a slot running on the closing thread itself without any shared bookkeeping.
     class Passage {
     public:
-        explicit Passage(boost::shared_ptr<State> state) noexcept;
+        // `state` outlives the passage without a share of its own: the slot running it holds one for as
+        // long as it runs, even when the gate's object is deleted meanwhile.
+        explicit Passage(State& state) noexcept;
         ~Passage();
         Passage(const Passage&) = delete;
         Passage& operator=(const Passage&) = delete;
@@ -82,8 +84,7 @@ private:
 
     private:
         friend class SlotGate;
-        // Keeps the gate's state alive until this slot has left it, even if its object is deleted meanwhile.
-        boost::shared_ptr<State> state_;
+        State* const state_;
         bool admitted_;
         Passage* outer_ = nullptr;
         // A delete postponed until this (the outermost) slot of the gate on this thread returns.

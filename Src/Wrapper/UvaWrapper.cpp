@@ -25,7 +25,7 @@ constexpr const char* kMediaFailure = "virtual function from IMediaBackend faile
 // The DRM side writes a blank between the operation's name and its sentence.
 constexpr const char* kDrmFailure = " virtual function from IDrmBackend failed: ";
 
-CallPolicy RegistryCall(const char* name, const char* failureSentence, const char* unknownText) {
+constexpr CallPolicy RegistryCall(const char* name, const char* failureSentence, const char* unknownText) {
     return CallPolicy{&kLog, name, failureSentence, 5, unknownText};
 }
 
@@ -45,35 +45,34 @@ boost::shared_ptr<Browser> Hold(HeldList<Browser>& list, Wrapper* wrapper) {
 
 // How one kind's release names itself in the registry's lines.
 struct ReleaseTexts {
-    const char* operation;
-    const char* failureSentence;
+    CallPolicy policy;
     const char* listName;
     const char* unknownBackend;
 };
 
-constexpr ReleaseTexts kReleaseMedia{"ReleaseBackend", kMediaFailure, "uvaBackends",
+constexpr ReleaseTexts kReleaseMedia{RegistryCall("ReleaseBackend", kMediaFailure, kUnknownException), "uvaBackends",
                                      " Uva attempts to release invalid media backend resource."};
-constexpr ReleaseTexts kReleaseDrm{"ReleaseDrmBackend", kDrmFailure, "uvaDrmBackends",
-                                   " Uva attempts to release invalid drm backend resource."};
+constexpr ReleaseTexts kReleaseDrm{RegistryCall("ReleaseDrmBackend", kDrmFailure, kUnknownException),
+                                   "uvaDrmBackends", " Uva attempts to release invalid drm backend resource."};
 
 // Drops the registry's hold on `backend`; `beforeRelease` runs once it is known.
 template <typename Browser, typename BeforeRelease>
 UVA_STATUS Release(HeldList<Browser>& list, Browser* backend, const ReleaseTexts& texts, BeforeRelease&& beforeRelease) {
-    return Guarded(RegistryCall(texts.operation, texts.failureSentence, kUnknownException), [&] {
-        VELMORA_LOG(kLog, 2) << kLog.prefix << texts.operation << " ..entering. Currently " << texts.listName
+    return Guarded(texts.policy, [&] {
+        VELMORA_LOG(kLog, 2) << kLog.prefix << texts.policy.name << " ..entering. Currently " << texts.listName
                              << ".size(): " << list.size() << kLog.suffix;
         const auto position = Find(list, backend);
         if (position == list.end()) {
-            VELMORA_LOG(kLog, 5) << kLog.prefix << texts.operation << texts.unknownBackend << kLog.suffix;
+            VELMORA_LOG(kLog, 5) << kLog.prefix << texts.policy.name << texts.unknownBackend << kLog.suffix;
             return UVA_STATUS_ERROR;
         }
         beforeRelease();
         list.erase(position);
         // Released whatever happens to the line: the browser must not be told otherwise.
-        VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << texts.operation << "...finished. Now " << texts.listName
+        VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << texts.policy.name << "...finished. Now " << texts.listName
                                    << ".size(): " << list.size() << kLog.suffix;
         return UVA_STATUS_OK;
-    }, backend, texts.operation);
+    }, backend, texts.policy.name);
 }
 
 }  // namespace
@@ -96,9 +95,10 @@ UvaWrapper::~UvaWrapper() { gate.Close(); }
 UVABackend* UvaWrapper::RequestBackend(UVABackend::UVABackendType type, UVAClient* client) {
     VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestBackend" << " type: " << static_cast<int>(type)
                                << kLog.suffix;
+    static constexpr CallPolicy kPolicy =
+        RegistryCall("RequestBackend", kMediaFailure, "Unknown exception caught in UVAWrapper::RequestBackend");
     UVABackend* const added =
-        Guarded(RegistryCall("RequestBackend", kMediaFailure, "Unknown exception caught in UVAWrapper::RequestBackend"),
-                static_cast<UVABackend*>(nullptr), [&]() -> UVABackend* {
+        Guarded(kPolicy, static_cast<UVABackend*>(nullptr), [&]() -> UVABackend* {
                     switch (type) {
                         case UVABackend::TYPE_MEDIA:
                         case UVABackend::TYPE_MEDIA_SOURCE:
@@ -143,9 +143,10 @@ UVADRMBackend* UvaWrapper::RequestDrmBackend(const char* keySystemId, UVADRMClie
     VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestDrmBackend" << " id: "
                                << (keySystemId != nullptr ? keySystemId : " empty id!; ") << " client: "
                                << static_cast<const void*>(client) << kLog.suffix;
-    UVADRMBackend* const added = Guarded(
-        RegistryCall("RequestDrmBackend", kDrmFailure, "Unknown exception caught in UVAWrapper::RequestDrmBackend"),
-        static_cast<UVADRMBackend*>(nullptr), [&] { return AddDrmBackend(keySystemId, client); });
+    static constexpr CallPolicy kPolicy =
+        RegistryCall("RequestDrmBackend", kDrmFailure, "Unknown exception caught in UVAWrapper::RequestDrmBackend");
+    UVADRMBackend* const added =
+        Guarded(kPolicy, static_cast<UVADRMBackend*>(nullptr), [&] { return AddDrmBackend(keySystemId, client); });
     VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestDrmBackend" << " ------ Now added: "
                                << static_cast<const void*>(added)
                                << ". Number of backends in uvaDrmBackends: " << uvaDrmBackends.size() << kLog.suffix;

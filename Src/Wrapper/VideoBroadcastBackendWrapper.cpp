@@ -43,10 +43,10 @@ constexpr const char* kNoClient = "VideoBroadcastBackendEvent Event cannot be se
 const ComponentPolicy kComponents{&kLog, "VideoBroadcastBackendEvent", nullptr, nullptr, kSelected};
 
 // The broadcast failure lines carry no operation name.
-const CallPolicy kCall{&kLog, "", kCallFailed};
+constexpr CallPolicy kCall{&kLog, "", kCallFailed};
 // The media stack's refusals of time-shift, recording and speed operations are traced, not reported.
-const CallPolicy kTimeShiftCall{&kLog, "", kCallFailed, 2};
-const CallPolicy kVolumeCall{&kLog, "", kVolumeCallFailed};
+constexpr CallPolicy kTimeShiftCall{&kLog, "", kCallFailed, 2};
+constexpr CallPolicy kVolumeCall{&kLog, "", kVolumeCallFailed};
 
 // The whole part of `position` (toward zero), of which only the low 32 bits travel; not a number gives 0.
 std::int32_t WholeLow32(double position) {
