@@ -38,7 +38,7 @@ AvComponentWrapper::AvComponentWrapper(IAvComponent* component) : AVComponent(Co
     VELMORA_LOG(kLog, 2) << "AvComponentWrapper"
                          << "________CREATED!__________________________________________________________________"
                          << static_cast<const void*>(this);
-    stateConnection = component->ConnectStateChanged(gate.Bind(&AvComponentWrapper::SetState, this));
+    stateConnection = component->ConnectStateChanged(gate.Bind<&AvComponentWrapper::SetState>(this));
 }
 
 AvComponentWrapper::~AvComponentWrapper() {

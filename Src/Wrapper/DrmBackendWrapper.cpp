@@ -72,7 +72,7 @@ DrmBackendWrapper::DrmBackendWrapper(boost::shared_ptr<IDrmBackend> impl, UVADRM
     if (!this->impl) {
         return;
     }
-    eventConnection = this->impl->ConnectDrmEvent(gate.Bind(&DrmBackendWrapper::DrmBackendEventHandler, this));
+    eventConnection = this->impl->ConnectDrmEvent(gate.Bind<&DrmBackendWrapper::DrmBackendEventHandler>(this));
 }
 
 // The gate and then the scoped connection keep every event out before the back-end's share is released.

@@ -138,9 +138,9 @@ MediaBackendWrapper::MediaBackendWrapper(boost::shared_ptr<IBackend> implementat
     if (!backend) {
         return;
     }
-    eventConnection = backend->ConnectEvent(gate.Bind(&MediaBackendWrapper::MediaBackendEvent, this));
+    eventConnection = backend->ConnectEvent(gate.Bind<&MediaBackendWrapper::MediaBackendEvent>(this));
     if (media != nullptr) {
-        drmRequestConnection = media->ConnectDrmBackendRequest(gate.Bind(&MediaBackendWrapper::GetDRMBackend, this));
+        drmRequestConnection = media->ConnectDrmBackendRequest(gate.Bind<&MediaBackendWrapper::GetDRMBackend>(this));
     }
 }
 

@@ -1,6 +1,7 @@
 #include "SlotGate.h"
 
 #include <atomic>
+#include <boost/make_shared.hpp>
 #include <condition_variable>
 #include <mutex>
 #include <utility>
@@ -63,7 +64,8 @@ unsigned SlotGate::OwnPassages(const State& state, Passage** outermost) noexcept
     return count;
 }
 
-SlotGate::SlotGate() : state_(new State) {}
+// One block for the state and its count: a gate is made for every back-end and component.
+SlotGate::SlotGate() : state_(boost::make_shared<State>()) {}
 
 SlotGate::~SlotGate() { Close(); }
 

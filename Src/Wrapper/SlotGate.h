@@ -27,17 +27,12 @@ public:
     SlotGate(const SlotGate&) = delete;
     SlotGate& operator=(const SlotGate&) = delete;
 
-    // A slot that calls owner->handler(args...) while the gate is open, and does nothing afterwards.
-    template <typename Owner, typename... Args>
-    boost::function<void(Args...)> Bind(void (Owner::*handler)(Args...), Owner* owner) const {
-        const boost::shared_ptr<State> state = state_;
-        return [state, handler, owner](Args... args) {
-            const Passage passage(*state);
-            if (passage.Admitted()) {
-                const Tracing::SlotTimer timer(owner, args...);
-                (owner->*handler)(static_cast<Args&&>(args)...);
-            }
-        };
+    // A slot that calls owner->*Handler(args...) while the gate is open, and does nothing afterwards. The
+    // handler is part of the slot's type, so the slot is small enough to live inside boost::function
+    // without an allocation of its own.
+    template <auto Handler, typename Owner>
+    auto Bind(Owner* owner) const {
+        return SlotFor<Handler>(owner, Handler);
     }
 
     // Idempotent. Must not be called while holding anything a slot of this gate waits for.
@@ -56,6 +51,18 @@ public:
 
 private:
     class State;
+
+    template <auto Handler, typename Owner, typename... Args>
+    boost::function<void(Args...)> SlotFor(Owner* owner, void (Owner::*)(Args...)) const {
+        const boost::shared_ptr<State> state = state_;
+        return [state, owner](Args... args) {
+            const Passage passage(*state);
+            if (passage.Admitted()) {
+                const Tracing::SlotTimer timer(owner, args...);
+                (owner->*Handler)(static_cast<Args&&>(args)...);
+            }
+        };
+    }
 
     template <typename Base>
     static void DeleteAs(void* object) noexcept {

@@ -126,7 +126,7 @@ UVABackend* UvaWrapper::AddBroadcastBackend(UVAClient* client) {
     activeBroadcastBackend = held;
     // The media stack may look up broadcast back-ends only while at least one lives.
     if (++broadcastBackendCount == 1) {
-        handleLookupConnection = _impl->ConnectHandleLookup(gate.Bind(&UvaWrapper::GetBackendByVideoBroadcastHandle, this));
+        handleLookupConnection = _impl->ConnectHandleLookup(gate.Bind<&UvaWrapper::GetBackendByVideoBroadcastHandle>(this));
     }
     return held.get();
 }

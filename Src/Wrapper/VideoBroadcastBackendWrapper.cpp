@@ -74,7 +74,7 @@ VideoBroadcastBackendWrapper::VideoBroadcastBackendWrapper(boost::shared_ptr<IBa
         return;
     }
     if (impl) {
-        connection = impl->ConnectEvent(gate.Bind(&VideoBroadcastBackendWrapper::VideoBroadcastBackendEvent, this));
+        connection = impl->ConnectEvent(gate.Bind<&VideoBroadcastBackendWrapper::VideoBroadcastBackendEvent>(this));
     }
 }
 

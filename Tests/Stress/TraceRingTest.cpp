@@ -113,7 +113,7 @@ TEST(TraceRecordingStressTest, RecordingRacesTheOwnersSwitches) {
     ASSERT_TRUE(Trace::StartTrace(path, 256));
     Listener listener;
     Wrapper::SlotGate gate;
-    const auto slot = gate.Bind(&Listener::Hear, &listener);
+    const auto slot = gate.Bind<&Listener::Hear>(&listener);
     const auto event = boost::make_shared<BackendEvent>(BackendEvent::PlaybackFinished);
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;

@@ -42,7 +42,7 @@ TEST(SlotGateTest, SlotRunsWhileOpenAndNeverAfterCloseNorAfterItsOwnerIsGone) {
     boost::function<void(int)> slot;
     {
         Subscriber subscriber(destroyed);
-        slot = subscriber.gate.Bind(&Subscriber::Handle, &subscriber);
+        slot = subscriber.gate.Bind<&Subscriber::Handle>(&subscriber);
         slot(7);
         subscriber.gate.Close();
         slot(8);
@@ -63,7 +63,7 @@ TEST(SlotGateTest, CloseWaitsForASlotRunningOnAnotherThread) {
         entered.set_value();
         proceeding.wait();
     };
-    const auto slot = subscriber.gate.Bind(&Subscriber::Handle, &subscriber);
+    const auto slot = subscriber.gate.Bind<&Subscriber::Handle>(&subscriber);
     std::thread mediaStack([&] { slot(1); });
     entered.get_future().wait();
 
@@ -79,7 +79,7 @@ TEST(SlotGateTest, ClosingFromInsideItsOwnSlotDoesNotWaitForItself) {
     std::atomic<int> destroyed{0};
     Subscriber subscriber(destroyed);
     subscriber.during = [&] { subscriber.gate.Close(); };
-    subscriber.gate.Bind(&Subscriber::Handle, &subscriber)(1);
+    subscriber.gate.Bind<&Subscriber::Handle>(&subscriber)(1);
     EXPECT_EQ(subscriber.calls, 1);
 }
 
@@ -90,7 +90,7 @@ TEST(SlotGateTest, OwnerReleasedInsideItsOwnSlotIsDeletedWhenTheSlotReturnsElseA
         boost::shared_ptr<Subscriber> owner = SlotGate::Own<Subscriber>(subscriber, subscriber->gate);
         int destroyedRightAfterRelease = -1;
         const std::function<void()> release = [&] { owner.reset(), destroyedRightAfterRelease = destroyed; };
-        const auto slot = subscriber->gate.Bind(&Subscriber::Handle, subscriber);
+        const auto slot = subscriber->gate.Bind<&Subscriber::Handle>(subscriber);
         insideSlot ? void(subscriber->during = release) : release();
         slot(1);  // after an outside release: must not reach the deleted owner
         EXPECT_EQ(destroyedRightAfterRelease, insideSlot ? 0 : 1);
