@@ -29,7 +29,7 @@ protected:
     DrmRecorder events{*drm};
 };
 
-TEST_F(DrmBackendTest, AKeyRequestForAListOfKeyIdsOpensASessionWhoseMessageNamesThem) {
+TEST_F(DrmBackendTest, GenerateKeyRequest_KeyIdList) {
     for (const std::string initData : {"", "fifteen bytes!!", "seventeen bytes!!"}) {
         EXPECT_FALSE(Request(initData)) << initData.size();
     }
@@ -54,7 +54,7 @@ struct KeyCase {
 
 class KeySession : public DrmBackendTest, public ::testing::WithParamInterface<KeyCase> {};
 
-TEST_P(KeySession, AddingAKeyCompletesOrFailsTheSession) {
+TEST_P(KeySession, AddKey_Outcome) {
     Request(kKeyId);
     drm->Step();
     const KeyCase& row = GetParam();
@@ -76,7 +76,7 @@ INSTANTIATE_TEST_SUITE_P(
                       KeyCase{"NoSessionForTheInitData", kKey, "", "another-key-id-2", false, {}, false}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(DrmBackendTest, AWrongKeyRaisesAClientErrorAndMayBeFollowedByTheRightOne) {
+TEST_F(DrmBackendTest, AddKey_WrongThenRightKey) {
     Request(kKeyId);
     Add("fedcba9876543210", "session-1");
     drm->Step();
@@ -89,13 +89,13 @@ TEST_F(DrmBackendTest, AWrongKeyRaisesAClientErrorAndMayBeFollowedByTheRightOne)
     EXPECT_THAT(Raised(), ElementsAre(DrmBackendEvent::KeyComplete));
 }
 
-TEST_F(DrmBackendTest, NoKeyIsRightForAKeyIdNobodyHasTheKeyOf) {
+TEST_F(DrmBackendTest, AddKey_UnknownKeyId) {
     Request("unlicensed-key-1");
     EXPECT_TRUE(Add("", "session-1"));
     EXPECT_THAT(Raised(), ElementsAre(DrmBackendEvent::KeyMessage, DrmBackendEvent::KeyError));
 }
 
-TEST_F(DrmBackendTest, CancellingACompletedSessionLeavesAKeyReleaseToCommit) {
+TEST_F(DrmBackendTest, CancelKeyRequest_CompletedSession) {
     Request(kKeyId);
     Request(kKeyId);
     Add(kKey, "session-1");
@@ -128,7 +128,7 @@ struct MessageCase {
 
 class DrmMessage : public DrmBackendTest, public ::testing::WithParamInterface<MessageCase> {};
 
-TEST_P(DrmMessage, IsAnsweredWithAResultForTheSessionItWasGiven) {
+TEST_P(DrmMessage, SendDrmMessage_Result) {
     std::string sessionId;
     ASSERT_TRUE(drm->SendDrmMessage(GetParam().type, GetParam().message, sessionId));
     EXPECT_EQ(sessionId, "message-1");
@@ -136,16 +136,16 @@ TEST_P(DrmMessage, IsAnsweredWithAResultForTheSessionItWasGiven) {
     const auto answer = events.Of<Velmora::UvaResultMessageDrmEvent>().at(0);
     EXPECT_EQ(answer->sessionId, sessionId);
     EXPECT_EQ(answer->resultCode, GetParam().resultCode);
-    EXPECT_EQ(answer->resultMessage == nullptr ? "(null)" : std::string(answer->resultMessage), GetParam().result);
+    EXPECT_EQ(answer->resultMessage == nullptr ? "null" : std::string(answer->resultMessage), GetParam().result);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Messages, DrmMessage,
     ::testing::Values(MessageCase{ReferenceDrmBackend::kDrmMessageType, "hello", 0, "ack hello"},
-                      MessageCase{ReferenceDrmBackend::kDrmMessageType, "", 2, "(null)"},
-                      MessageCase{"application/other", "hello", 3, "(null)"}));
+                      MessageCase{ReferenceDrmBackend::kDrmMessageType, "", 2, "null"},
+                      MessageCase{"application/other", "hello", 3, "null"}));
 
-TEST_F(DrmBackendTest, TheOipfIdStaysInPlaceForAsLongAsTheBackendLives) {
+TEST_F(DrmBackendTest, GetOIPFId_StableWhileAlive) {
     EXPECT_EQ(&drm->GetOIPFId(), &drm->GetOIPFId()) << "the browser keeps the characters without a copy";
 }
 

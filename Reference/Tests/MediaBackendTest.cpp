@@ -53,7 +53,7 @@ struct SampleCase {
 
 class SampleValidation : public MediaBackendTest, public ::testing::WithParamInterface<SampleCase> {};
 
-TEST_P(SampleValidation, CountsEverySampleAsValidOrInvalid) {
+TEST_P(SampleValidation, WriteMseData_Sample) {
     Load(UVABackend::TYPE_MEDIA_SOURCE, {kVideo});
     DecoderBuffer sample = EncryptedSample(0);
     GetParam().change(sample);
@@ -100,7 +100,7 @@ INSTANTIATE_TEST_SUITE_P(
         SampleCase{"NoDuration", [](DecoderBuffer& s) { s.duration = 0; }, "a sample without a valid time"}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(MediaBackendTest, RefusesAnAnswerThatDoesNotFitAsAWholeByThrowing) {
+TEST_F(MediaBackendTest, WriteMseData_AnswerDoesNotFit) {
     Load(UVABackend::TYPE_MEDIA_SOURCE, {kVideo});
     auto overfull = Answer(1, {Sample(0), Sample(500)});
     static_cast<Velmora::WriteMseDataEvent&>(*overfull).count = 1;
@@ -121,7 +121,7 @@ TEST_F(MediaBackendTest, RefusesAnAnswerThatDoesNotFitAsAWholeByThrowing) {
     EXPECT_EQ(Counters().samplesValid, 1u);
 }
 
-TEST_F(MediaBackendTest, AcceptsOnlyTheAnswerToTheOpenByteRequest) {
+TEST_F(MediaBackendTest, WriteData_NotTheOpenRequest) {
     Load(UVABackend::TYPE_MEDIA, {kVideo});
     backend->Step();
     const auto request = events->Of<Velmora::NeedDataEvent>().at(0);
@@ -141,7 +141,7 @@ TEST_F(MediaBackendTest, AcceptsOnlyTheAnswerToTheOpenByteRequest) {
     EXPECT_EQ(Counters().writesRejected, 4u);
 }
 
-TEST_F(MediaBackendTest, WithoutADrmBackendEncryptedSamplesAreReportedOnceAndSkipped) {
+TEST_F(MediaBackendTest, WriteMseData_EncryptedWithoutDrm) {
     Load(UVABackend::TYPE_MEDIA_SOURCE, {{kVideo.type, 1, true, 0, "video/mp4"}});
     backend->Step();  // nobody answers the DRM request
     Write(1, {EncryptedSample(0), EncryptedSample(500)}, UVABackend::WRITE_DATA_END_OF_STREAM);
@@ -151,7 +151,7 @@ TEST_F(MediaBackendTest, WithoutADrmBackendEncryptedSamplesAreReportedOnceAndSki
     EXPECT_TRUE(backend->GetStatus().finished);
 }
 
-TEST_F(MediaBackendTest, ASlotThatThrowsCostsOnlyItsOwnNotification) {
+TEST_F(MediaBackendTest, Step_SlotThrows) {
     Load(UVABackend::TYPE_MEDIA, {});
     backend->ConnectEvent([](boost::shared_ptr<BackendEvent>) { throw 1; });
     EXPECT_NO_THROW(backend->Step());

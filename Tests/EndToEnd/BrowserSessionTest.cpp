@@ -12,7 +12,6 @@
 #include "Support/RecordingClients.h"
 #include "Uva/UVABackendLibrary.h"
 #include "Uva/UVAMediaBackend.h"
-#include "Uva/UVAVideoBroadcastBackend.h"
 #include "Velmora/Callbacks.h"
 #include "Velmora/IntegrationLayer.h"
 
@@ -44,7 +43,6 @@ protected:
 
         ON_CALL(*uva, CreateBackend(0)).WillByDefault(Return(media));
         ON_CALL(*uva, CreateBackend(1)).WillByDefault(Return(media));
-        ON_CALL(*uva, CreateBackend(2)).WillByDefault(Return(broadcast));
         ON_CALL(*uva, CreateDrmBackend("org.w3.clearkey")).WillByDefault(Return(drm));
         ON_CALL(*drm, GetId()).WillByDefault(ReturnRef(drmId));
     }
@@ -70,15 +68,13 @@ protected:
     NiceMock<VelmoraTest::MockUva>* uva = new NiceMock<VelmoraTest::MockUva>;
     boost::shared_ptr<NiceMock<VelmoraTest::MockMediaBackend>> media =
         boost::make_shared<NiceMock<VelmoraTest::MockMediaBackend>>();
-    boost::shared_ptr<NiceMock<VelmoraTest::MockVideoBroadcastBackend>> broadcast =
-        boost::make_shared<NiceMock<VelmoraTest::MockVideoBroadcastBackend>>();
     boost::shared_ptr<NiceMock<VelmoraTest::MockDrmBackend>> drm = boost::make_shared<NiceMock<VelmoraTest::MockDrmBackend>>();
     VelmoraTest::RecordingClient client;
     VelmoraTest::RecordingDrmClient drmClient;
     std::unique_ptr<Velmora::Wrapper::IntegrationLayer> owner;
 };
 
-TEST_F(BrowserSessionTest, EntryPointsAreFoundByTheirPlainNamesAndAnswerBeforeTheOwnerStarts) {
+TEST_F(BrowserSessionTest, dlsym_BeforeOwnerStarts) {
     ASSERT_NE(requestBackend, nullptr);
     ASSERT_NE(releaseBackend, nullptr);
     ASSERT_NE(requestDrmBackend, nullptr);
@@ -92,7 +88,7 @@ TEST_F(BrowserSessionTest, EntryPointsAreFoundByTheirPlainNamesAndAnswerBeforeTh
     delete uva;  // never handed to the library
 }
 
-TEST_F(BrowserSessionTest, MediaSessionWithEventsFromTheMediaStacksThreadAndAKeySystem) {
+TEST_F(BrowserSessionTest, MediaSession_EventsFromStackThread) {
     Start();
     auto* backend = static_cast<UVAMediaBackend*>(requestBackend(UVABackend::TYPE_MEDIA_SOURCE, &client));
     ASSERT_NE(backend, nullptr);
@@ -117,18 +113,6 @@ TEST_F(BrowserSessionTest, MediaSessionWithEventsFromTheMediaStacksThreadAndAKey
     EXPECT_FALSE(owner->GetActiveMediaBackendImpl());
     media->Raise(new Velmora::DurationChangedEvent(1.0));
     EXPECT_EQ(client.events.Count(), 1u) << "no event after release";
-}
-
-TEST_F(BrowserSessionTest, BroadcastBackendIsFoundByTheBrowsersHandle) {
-    Start();
-    auto* backend = static_cast<UVAVideoBroadcastBackend*>(requestBackend(UVABackend::TYPE_VIDEO_BROADCAST, &client));
-    ASSERT_NE(backend, nullptr);
-    int videoBroadcastObject = 0;
-    backend->setWindowId(&videoBroadcastObject);
-    EXPECT_EQ(uva->LookUp(&videoBroadcastObject), broadcast);
-    EXPECT_EQ(owner->GetActiveVideoBroadcastImpl(), broadcast);
-    EXPECT_EQ(releaseBackend(backend), UVA_STATUS_OK);
-    EXPECT_EQ(releaseBackend(backend), UVA_STATUS_ERROR);
 }
 
 }  // namespace

@@ -133,7 +133,7 @@ protected:
     std::unique_ptr<Velmora::Wrapper::IntegrationLayer> owner;
 };
 
-TEST_F(TeardownStressTest, BrowserReleasesWhileMediaStackThreadsRaiseEvents) {
+TEST_F(TeardownStressTest, ReleaseBackend_WhileStackThreadsRaise) {
     const int kIterations = Iterations(400);
     constexpr int kEventThreads = 3;
     std::atomic<bool> running{true};
@@ -165,7 +165,7 @@ TEST_F(TeardownStressTest, BrowserReleasesWhileMediaStackThreadsRaiseEvents) {
 
 // Four media stack threads hammer the very back-end the browser releases: once the release has
 // returned, not one more event may reach the browser.
-TEST_F(TeardownStressTest, NoEventReachesTheBrowserAfterItsReleaseReturned) {
+TEST_F(TeardownStressTest, ReleaseBackend_NoEventAfterReturn) {
     constexpr int kIterations = 100;
     constexpr int kEventThreads = 4;
     for (int iteration = 0; iteration < kIterations; ++iteration) {
@@ -203,7 +203,7 @@ TEST_F(TeardownStressTest, NoEventReachesTheBrowserAfterItsReleaseReturned) {
 
 // A removal is the event whose handling goes on after the browser was told (the component is marked
 // unused and forgotten), so it is the one a release from inside the handler endangers.
-TEST_F(TeardownStressTest, BrowserReleasesTheBackendFromInsideItsEventHandler) {
+TEST_F(TeardownStressTest, ReleaseBackend_FromInsideHandler) {
     struct ReleasingClient : CountingClient {
         void handleEvent(UVAEvent* event) override {
             const auto* change = dynamic_cast<ComponentChangedEvent*>(event);

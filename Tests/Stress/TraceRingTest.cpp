@@ -60,7 +60,7 @@ struct WrapCase {
 
 class TraceRingTest : public ::testing::TestWithParam<WrapCase> {};
 
-TEST_P(TraceRingTest, KeepsTheNewestCountsTheRestAndNeverAllocates) {
+TEST_P(TraceRingTest, Push_Wraps) {
     const WrapCase c = GetParam();
     TraceRing ring(c.capacity);
     const auto write = [&ring, &c](int writer) {
@@ -105,7 +105,7 @@ struct Listener {
 };
 
 // Calls and slots on several threads record while the owner writes, restarts and stops the trace.
-TEST(TraceRecordingStressTest, RecordingRacesTheOwnersSwitches) {
+TEST(TraceRecordingStressTest, Record_WhileOwnerSwitches) {
     using namespace Velmora;
     const Wrapper::LogSite site(Wrapper::LogFileName{"Velmora::TraceStress", "Tests/Stress/TraceRingTest"}, __LINE__);
     const Wrapper::CallPolicy policy{&site, "op", ""};

@@ -65,7 +65,7 @@ public:
     }
 
     UVADRMBackend* requestDRMBackend(const char* keySystemId) override {
-        requestedKeySystems.push_back(keySystemId == nullptr ? "<null>" : keySystemId);
+        requestedKeySystems.push_back(keySystemId == nullptr ? "null" : keySystemId);
         return drmBackendToGive;
     }
 

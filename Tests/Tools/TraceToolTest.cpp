@@ -72,7 +72,7 @@ protected:
     }
 };
 
-TEST_F(TraceToolTest, TheSessionTraceHasOneCompleteEventPerCallAndPerEventOnItsThread) {
+TEST_F(TraceToolTest, Trace_Session) {
     int mediaStackThreads = 0;
     for (const std::string scenario : kScenarios) {
         SCOPED_TRACE(scenario);
@@ -126,7 +126,7 @@ TEST_F(TraceToolTest, TheSessionTraceHasOneCompleteEventPerCallAndPerEventOnItsT
     EXPECT_GE(mediaStackThreads, 1);
 }
 
-TEST_F(TraceToolTest, TheSummaryOfASessionHasPercentilesSlowestCallsAndEventRates) {
+TEST_F(TraceToolTest, Summary_Session) {
     std::ostringstream out;
     std::ostringstream err;
     ASSERT_EQ(TraceSummary::SummarizeFile(TracePath("mse"), out, err), 0) << err.str();
@@ -136,7 +136,7 @@ TEST_F(TraceToolTest, TheSummaryOfASessionHasPercentilesSlowestCallsAndEventRate
     EXPECT_THAT(out.str(), ::testing::ContainsRegex("MediaBackendWrapper +[0-9]+ +[0-9.]+\n"));
 }
 
-TEST_F(TraceToolTest, FilesThatAreNoTraceOfTheLibraryAreRefusedWithTheirReason) {
+TEST_F(TraceToolTest, Summary_NotATrace) {
     const std::string whole = Read(TracePath("mse"));
     struct Case {
         std::string contents;

@@ -58,7 +58,7 @@ protected:
 
 // Only a status is mapped: a pointer operation answers its failure value and, like an operation without
 // a result, logs just the first line.
-TEST_P(CallGuardTest, EveryKindOfOperationAnswersItsFailureValueAndLogsTheLines) {
+TEST_P(CallGuardTest, Guarded_BodyThrows) {
     const bool returns = GetParam().status == UVA_STATUS_OK;
     EXPECT_EQ(Guarded(kPause, [&] { return GetParam().raise(), UVA_STATUS_OK; }), GetParam().status);
     EXPECT_THAT(log.Records(), ElementsAreArray(Expected(2)));
@@ -99,7 +99,7 @@ INSTANTIATE_TEST_SUITE_P(
         FailureCase{"accessor_throws", [] { throw TreacherousException(); }, UVA_STATUS_ERROR, {}}),
     [](const ::testing::TestParamInfo<FailureCase>& info) { return std::string(info.param.name); });
 
-TEST(CallGuardPolicyTest, PolicyChoosesLevelAndTexts) {
+TEST(CallGuardPolicyTest, Policy_LevelAndTexts) {
     VelmoraTest::LogCapture log;
     const CallPolicy quiet{&kSite, "getDuration", "virtual function from IMediaBackend failed: ", 2};
     EXPECT_EQ(Guarded(quiet, []() -> UVA_STATUS { throw ExceptionBase(7, "late"); }), UVA_STATUS_ERROR);
@@ -114,7 +114,7 @@ TEST(CallGuardPolicyTest, PolicyChoosesLevelAndTexts) {
                                   VelmoraTest::LogLine(5, "Unknown exception caught in UVAWrapper::RequestDrmBackend")}));
 }
 
-TEST(ExceptionTest, WhatKeepsTheStandardTextAndWhatReturnsTheMessage) {
+TEST(ExceptionTest, what_StandardText) {
     const GenericErrorException failure("Uva Backend request failed!");
     EXPECT_EQ(failure.GetErrorType(), 1);
     EXPECT_STREQ(failure.What(), "Uva Backend request failed!");

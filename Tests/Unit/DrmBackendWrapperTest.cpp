@@ -91,7 +91,7 @@ protected:
     std::unique_ptr<DrmBackendWrapper> wrapper;
 };
 
-TEST_F(DrmBackendWrapperTest, WithoutAClientNothingIsConnectedAndStrayEventsAreDeleted) {
+TEST_F(DrmBackendWrapperTest, Construct_WithoutClient) {
     wrapper.reset();
     wrapper.reset(new DrmBackendWrapper(impl, nullptr));
     EXPECT_EQ(impl->events.num_slots(), 0u);
@@ -110,7 +110,7 @@ void PrintTo(const EventCase& event, std::ostream* out) { *out << event.name; }
 
 class DrmEventTest : public DrmBackendWrapperTest, public testing::WithParamInterface<EventCase> {};
 
-TEST_P(DrmEventTest, BecomesTheBrowsersEventWithItsOwnCopies) {
+TEST_P(DrmEventTest, Deliver_KnownType) {
     impl->Raise(GetParam().make());  // the media stack's event and its texts are gone after this
     ASSERT_EQ(client.events.Count(), 1u);
     EXPECT_EQ(Describe(client.events.At(0)), GetParam().browserEvent);
@@ -134,7 +134,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "4 ks s5 1 result done 2.5"}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(DrmBackendWrapperTest, UnknownTypesAreLoggedAndAMismatchedClassIsNeverRead) {
+TEST_F(DrmBackendWrapperTest, Deliver_UnknownTypeOrWrongClass) {
     for (const int type : {5, -1}) {
         impl->Raise(new DrmBackendEvent(static_cast<DrmBackendEvent::EventType>(type), "ks", "s", true));
     }
@@ -149,7 +149,7 @@ TEST_F(DrmBackendWrapperTest, UnknownTypesAreLoggedAndAMismatchedClassIsNeverRea
     EXPECT_EQ(Lines(2).back(), "DrmBackendEventHandler; (sending event to Opera) KeyError");
 }
 
-TEST_F(DrmBackendWrapperTest, ByteBlocksReachTheBackendAsExactCopiesThatOutliveTheBrowsersBuffers) {
+TEST_F(DrmBackendWrapperTest, addKey_BlocksCopied) {
     auto* key = new unsigned char[4]{'k', '1', 0, 'x'};
     auto* initData = new unsigned char[3]{'a', 'b', 0};  // the trace line reads up to the zero
     EXPECT_EQ(wrapper->addKey(key, 4, initData, 2, nullptr), UVA_STATUS_OK);
@@ -162,7 +162,7 @@ TEST_F(DrmBackendWrapperTest, ByteBlocksReachTheBackendAsExactCopiesThatOutliveT
     EXPECT_EQ(texts, Strings({"", "s9"}));
 }
 
-TEST_F(DrmBackendWrapperTest, TraceLinesPrintByteBlocksAsTextUpToTheirFirstZeroOrTheirEnd) {
+TEST_F(DrmBackendWrapperTest, addKey_TraceStopsAtZeroOrEnd) {
     const unsigned char initData[] = "ab\0cd";
     const std::vector<unsigned char> key{'k', 'e', 'y'};  // no zero: the line must stop at the block's end
     wrapper->generateKeyRequest(initData, 5);
@@ -172,13 +172,13 @@ TEST_F(DrmBackendWrapperTest, TraceLinesPrintByteBlocksAsTextUpToTheirFirstZeroO
     EXPECT_EQ(Block(blocks[0].get(), 5), "ab\0cd"s);
 }
 
-TEST_F(DrmBackendWrapperTest, IdentitiesAreTheBackendsOwnCharacters) {
+TEST_F(DrmBackendWrapperTest, getId_BackendsOwnText) {
     EXPECT_EQ(wrapper->getId(), id.c_str());
     EXPECT_EQ(wrapper->getOIPFId(), oipfId.c_str());
     EXPECT_EQ(Lines(2), Strings({Entry("getId"), Entry("getOIPFId"), "getOIPFIdReceived " + oipfId + " from impl."}));
 }
 
-TEST_F(DrmBackendWrapperTest, SendDrmMessageGivesTheBrowserAMallocCopyOfTheSessionIdOrNothing) {
+TEST_F(DrmBackendWrapperTest, sendDRMMessage_SessionIdCopied) {
     char* result = nullptr;
     for (const bool given : {true, false}) {
         answer = given;
@@ -190,7 +190,7 @@ TEST_F(DrmBackendWrapperTest, SendDrmMessageGivesTheBrowserAMallocCopyOfTheSessi
     EXPECT_EQ(Lines(5), Strings{"Exception type 1:  The impl for IDrmBackend::SendDrmMessage message failed!"});
 }
 
-TEST_F(DrmBackendWrapperTest, DecryptersAreRefusedWithoutTouchingAnything) {
+TEST_F(DrmBackendWrapperTest, getDecrypter_Refused) {
     auto* const given = reinterpret_cast<UVADRMBackend::UVADRMDecrypter*>(0x1234);
     UVADRMBackend::UVADRMDecrypter* decrypter = given;
     const UVA_STATUS statuses[] = {wrapper->getDecrypter(decrypter, nullptr, 0, true), wrapper->releaseDecrypter(decrypter),
@@ -222,7 +222,7 @@ const Operation kOperations[] = {
     {"getOIPFId", [](DrmBackendWrapper& drm) { return std::string(drm.getOIPFId()); }, true},
 };
 
-TEST_F(DrmBackendWrapperTest, StatusOperationsAnswerTheBackendsBoolean) {
+TEST_F(DrmBackendWrapperTest, Forward_StackAnswers) {
     for (const bool given : {true, false}) {
         answer = given;
         for (const Operation& operation : kOperations) {
@@ -252,7 +252,7 @@ class DrmFailureTest : public DrmBackendWrapperTest,
                        public testing::WithParamInterface<std::tuple<Operation, Failure>> {};
 
 // Identities answer "NA" to every failure; a text has no status, so their error type is not mapped.
-TEST_P(DrmFailureTest, BecomesAStatusOrNaWithItsExactLines) {
+TEST_P(DrmFailureTest, Forward_StackThrows) {
     const auto& [operation, given] = GetParam();
     failure = given.raise;
     Strings lines(given.lines.begin(), given.lines.begin() + (operation.answersText ? 1 : given.lines.size()));

@@ -66,7 +66,7 @@ private:
     Callbacks saved_;
 };
 
-TEST_F(EntryPointsTest, WithoutATableRequestsAnswerNullAndReleasesZeroSilently) {
+TEST_F(EntryPointsTest, EntryPoints_NoTable) {
     EXPECT_EQ(UVA_RequestBackend(UVABackend::TYPE_MEDIA, kClient), nullptr);
     EXPECT_EQ(UVA_ReleaseBackend(kBackend), UVA_STATUS_ERROR);
     EXPECT_EQ(UVA_ReleaseBackend(nullptr), UVA_STATUS_ERROR);
@@ -75,7 +75,7 @@ TEST_F(EntryPointsTest, WithoutATableRequestsAnswerNullAndReleasesZeroSilently) 
     EXPECT_THAT(log.Records(), IsEmpty());
 }
 
-TEST_F(EntryPointsTest, SupportedKeySystemsAreAnsweredWithoutTheTable) {
+TEST_F(EntryPointsTest, GetSupportedBackendIDs_FixedList) {
     SetCallbacks(RecordingTable());
     const char** ids = nullptr;
     ASSERT_EQ(UVADRM_GetSupportedBackendIDs(ids), UVA_STATUS_OK);
@@ -87,7 +87,7 @@ TEST_F(EntryPointsTest, SupportedKeySystemsAreAnsweredWithoutTheTable) {
     EXPECT_THAT(calls, IsEmpty());
 }
 
-TEST_F(EntryPointsTest, InstalledTableReceivesArgumentsUnchangedAndAnswersThroughTheEntryPoints) {
+TEST_F(EntryPointsTest, SetCallbacks_TableVariants) {
     using Strings = std::vector<std::string>;
     const Strings all{"request 2 client", "release backend", "drm request org.w3.clearkey client", "drm release backend"};
     const struct {

@@ -24,7 +24,7 @@ protected:
     const LogSite site{kTestLogFile, __LINE__};
 };
 
-TEST_F(LogTest, TextIsBuiltOnlyWhenTheThresholdLetsTheLevelThrough) {
+TEST_F(LogTest, Log_LevelBelowThreshold) {
     Tlog::SetThreshold(kTestLogFile.context, 3);
     int built = 0;
     const auto words = [&](const char* text) {
@@ -38,7 +38,7 @@ TEST_F(LogTest, TextIsBuiltOnlyWhenTheThresholdLetsTheLevelThrough) {
     EXPECT_THAT(log.Records(), ElementsAre(LogLine(3, "at threshold"), LogLine(5, "failure")));
 }
 
-TEST_F(LogTest, LineCarriesContextFileAndTheStatementsLine) {
+TEST_F(LogTest, Log_ContextFileLine) {
     const int line = __LINE__ + 1;
     VELMORA_LOG(site, 4) << "pause" << "; " << 42 << "; ";
     const auto records = log.Records();
@@ -49,14 +49,14 @@ TEST_F(LogTest, LineCarriesContextFileAndTheStatementsLine) {
     EXPECT_EQ(records[0].text, "pause; 42; ");
 }
 
-TEST_F(LogTest, NullContextEmitsEveryLevel) {
+TEST_F(LogTest, Log_NullContext) {
     const LogSite nullSite(nullptr, "Src/Wrapper/Null");
     Tlog::SetDefaultThreshold(9);
     VELMORA_LOG(nullSite, 0) << "always";
     EXPECT_THAT(log.Records(), ElementsAre(LogLine(0, "always")));
 }
 
-TEST_F(LogTest, StatementIsSafeUnderAnUnbracedIfElse) {
+TEST_F(LogTest, Log_UnbracedIfElse) {
     const bool taken = false;
     if (taken)
         VELMORA_LOG(site, 5) << "then";
@@ -65,13 +65,13 @@ TEST_F(LogTest, StatementIsSafeUnderAnUnbracedIfElse) {
     EXPECT_THAT(log.Records(), ElementsAre(LogLine(5, "else")));
 }
 
-TEST_F(LogTest, ThresholdIsTheContextRecordsSecond32BitField) {
+TEST_F(LogTest, SetThreshold_SecondField) {
     static_assert(offsetof(TlogContext, threshold) == 4, "callers read the threshold at this offset");
     Tlog::SetThreshold(kTestLogFile.context, 7);
     EXPECT_EQ(reinterpret_cast<const std::int32_t*>(site.context)[1], 7);
 }
 
-TEST_F(LogTest, ThresholdsComeFromTheEnvironmentByContextNameAndEntriesThatDoNotParseAreIgnored) {
+TEST_F(LogTest, ResetThresholds_Environment) {
     ::setenv("TLOG_LEVELS",
              "default=5,Velmora::LogTest=2,Velmora::Wrapper:Drm=1,default=x,Velmora::Elsewhere=3x,junk,=2,"
              "Velmora::Elsewhere=2147483648",
@@ -94,7 +94,7 @@ TEST_F(LogTest, ThresholdsComeFromTheEnvironmentByContextNameAndEntriesThatDoNot
 
 // A log that cannot take the line (no memory): the guarded statement lets the failure reach its guard,
 // the quiet one drops the line and counts it.
-TEST_F(LogTest, AQuietLineThatCannotBeSentIsDroppedAndCountedWhereTheOtherThrows) {
+TEST_F(LogTest, Log_SinkThrows) {
     Tlog::SetSink([](const Tlog::Record&) { throw std::bad_alloc(); });
     const unsigned long dropped = Velmora::Wrapper::DroppedLogLines();
     EXPECT_THROW(VELMORA_LOG(site, 5) << "guarded", std::bad_alloc);

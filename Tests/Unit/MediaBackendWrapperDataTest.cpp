@@ -27,7 +27,7 @@ std::string Bytes(const boost::shared_ptr<unsigned char>& bytes, std::uint32_t s
 
 using DataPathTest = VelmoraTest::MediaWrapperTest;
 
-TEST_F(DataPathTest, NeedDataAnswerReachesTheMediaStackWithItsFourValues) {
+TEST_F(DataPathTest, writeData_NeedDataAnswer) {
     auto* answer = new ::NeedDataEvent;
     answer->sourceId = 5, answer->requestId = 6, answer->offset = 7, answer->size = 8;
     boost::shared_ptr<BackendEvent> passed;
@@ -39,7 +39,7 @@ TEST_F(DataPathTest, NeedDataAnswerReachesTheMediaStackWithItsFourValues) {
 }
 
 // The copies must outlive the browser's event, which writeData deletes.
-TEST_F(DataPathTest, EveryPresentSampleIsCopiedIntoADecoderBufferOfItsOwn) {
+TEST_F(DataPathTest, writeData_MediaSourceSamples) {
     auto* answer = new ::NeedMSEDataEvent;
     answer->sourceId = 4, answer->count = 3, answer->samples = new UVABackend::MediaSample*[4]();
     UVABackend::MediaSample* const full = answer->samples[0] = new UVABackend::MediaSample;
@@ -158,7 +158,7 @@ const Scenario kScenarios[] = {
 
 class MediaScenarioTest : public VelmoraTest::MediaWrapperTest, public WithParamInterface<Scenario> {};
 
-TEST_P(MediaScenarioTest, AnswersAndLogsExactly) {
+TEST_P(MediaScenarioTest, Call_StatusAndLog) {
     GetParam().expect(*media);
     EXPECT_EQ(GetParam().act(Wrapper()), GetParam().status);
     EXPECT_THAT(MediaLog(), ElementsAreArray(GetParam().lines));
@@ -168,7 +168,7 @@ INSTANTIATE_TEST_SUITE_P(SourcesDataAndQueries, MediaScenarioTest, ValuesIn(kSce
 
 using MediaQueryTest = VelmoraTest::MediaWrapperTest;
 
-TEST_F(MediaQueryTest, SupportedMimetypesAreHandedOverAsANullTerminatedArray) {
+TEST_F(MediaQueryTest, getSupportedMimetypes_NullTerminated) {
     const std::vector<std::string> supported{"video/mp4", "audio/mp4", "video/webm"};
     EXPECT_CALL(*media, GetSupportedMimetypes(IsEmpty())).WillOnce(SetArgReferee<0>(supported));
     char** types = nullptr;
@@ -179,7 +179,7 @@ TEST_F(MediaQueryTest, SupportedMimetypesAreHandedOverAsANullTerminatedArray) {
     delete[] types;
 }
 
-TEST_F(MediaQueryTest, TimeRangesArriveExactlyInANullTerminatedArrayWhateverTheAnswer) {
+TEST_F(MediaQueryTest, getTimeRanges_NullTerminated) {
     const std::vector<Velmora::IBackend::TimeRange> ranges{{0, 4294967295u}, {10, 20}};
     EXPECT_CALL(*media, GetBufferedTimeRanges(IsEmpty(), IsEmpty()))
         .WillOnce(DoAll(SetArgReferee<1>(ranges), Return(false)));
@@ -195,7 +195,7 @@ TEST_F(MediaQueryTest, TimeRangesArriveExactlyInANullTerminatedArrayWhateverTheA
 }
 
 // The media stack asks for the DRM back-end of a key system; it gets the one behind the browser's choice.
-TEST_F(MediaQueryTest, DrmRequestAnswersTheBackEndBehindTheBrowsersDrmWrapper) {
+TEST_F(MediaQueryTest, RequestDrmBackend_BrowsersChoice) {
     auto drm = boost::make_shared<NiceMock<VelmoraTest::MockDrmBackend>>();
     Velmora::Wrapper::DrmBackendWrapper chosen(drm, nullptr);
     Wrapper();

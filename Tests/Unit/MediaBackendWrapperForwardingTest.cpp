@@ -51,33 +51,50 @@ MATCHER_P4(Rect, x, y, width, height, "") {
 double someDouble = 0.0;
 unsigned someCount = 0;
 
-#define OP(operation) [](MediaBackendWrapper& wrapper) { return wrapper.operation; }
-#define EXPECTS(Result, call) \
-    [](MockMediaBackend& media, const Answer& answer) { EXPECT_CALL(media, call).WillOnce(Respond<Result>(answer)); }
+// The media stack's expected call, answered as the row asks.
+template <typename Result, typename Expectation>
+std::function<void(MockMediaBackend&, const Answer&)> Expects(Expectation expectation) {
+    return [expectation](MockMediaBackend& media, const Answer& answer) {
+        expectation(media).WillOnce(Respond<Result>(answer));
+    };
+}
 
+// clang-format off
 const Forwarder kForwarders[] = {
-    {"setWindowId", OP(setWindowId(7)), EXPECTS(void, SetWindowId(7u)), kOk, kOk},
-    {"setVideoWindow", OP(setVideoWindow(10, 20, 300, 400)), EXPECTS(bool, SetVideoWindow(Rect(10, 20, 400, 300))), kOk,
-     kNo},
-    {"setClipRect", OP(setClipRect(-1, 2, 70000, 5)), EXPECTS(bool, SetClipRect(Rect(-1, 2, 5, 4464))), kOk, kNo},
-    {"canPlayURL", OP(canPlayURL("http://a")), EXPECTS(bool, CanPlayURL("http://a")), kOk, UVA_STATUS_ERROR_2},
-    {"play", OP(play()), EXPECTS(void, Play()), kOk, kOk},
-    {"getDuration", OP(getDuration(someDouble)), EXPECTS(bool, GetDuration(Ref(someDouble))), kOk, kNo, 2},
-    {"setPosition", OP(setPosition(12.5)), EXPECTS(bool, SetPosition(12.5)), kOk, kNo},
-    {"setVisibility", OP(setVisibility(true, false)), EXPECTS(void, SetVisibility(true)), kOk, kOk},
-    {"setVisibility", OP(setVisibility(false, true)), EXPECTS(void, SetVisibility(false)), kOk, kOk},
-    {"getSizeFromDuration", OP(getSizeFromDuration(5.0, someCount)), EXPECTS(void, GetSizeFromDuration()), kOk, kOk},
-    {"setSource", OP(setSource(nullptr)), EXPECTS(void, SetSource("")), kOk, kOk},
-    {"setBufferingStrategy", OP(setBufferingStrategy(UVABackend::BUFFERING_AGGRESSIVE)),
-     EXPECTS(void, SetBufferingStrategy(true)), kOk, kOk},
-    {"setBufferingStrategy", OP(setBufferingStrategy(UVABackend::BUFFERING_CONSERVATIVE)),
-     EXPECTS(void, SetBufferingStrategy(false)), kOk, kOk},
-    {"getBytesInBuffer", OP(getBytesInBuffer(someCount)), EXPECTS(void, GetBytesInBuffer(Ref(someCount))), kOk, kOk},
+    {"setWindowId", [](auto& wrapper) { return wrapper.setWindowId(7); },
+     Expects<void>([](auto& media) -> auto& { return EXPECT_CALL(media, SetWindowId(7u)); }), kOk, kOk},
+    {"setVideoWindow", [](auto& wrapper) { return wrapper.setVideoWindow(10, 20, 300, 400); },
+     Expects<bool>([](auto& media) -> auto& { return EXPECT_CALL(media, SetVideoWindow(Rect(10, 20, 400, 300))); }), kOk, kNo},
+    {"setClipRect", [](auto& wrapper) { return wrapper.setClipRect(-1, 2, 70000, 5); },
+     Expects<bool>([](auto& media) -> auto& { return EXPECT_CALL(media, SetClipRect(Rect(-1, 2, 5, 4464))); }), kOk, kNo},
+    {"canPlayURL", [](auto& wrapper) { return wrapper.canPlayURL("http://a"); },
+     Expects<bool>([](auto& media) -> auto& { return EXPECT_CALL(media, CanPlayURL("http://a")); }), kOk, UVA_STATUS_ERROR_2},
+    {"play", [](auto& wrapper) { return wrapper.play(); },
+     Expects<void>([](auto& media) -> auto& { return EXPECT_CALL(media, Play()); }), kOk, kOk},
+    {"getDuration", [](auto& wrapper) { return wrapper.getDuration(someDouble); },
+     Expects<bool>([](auto& media) -> auto& { return EXPECT_CALL(media, GetDuration(Ref(someDouble))); }), kOk, kNo, 2},
+    {"setPosition", [](auto& wrapper) { return wrapper.setPosition(12.5); },
+     Expects<bool>([](auto& media) -> auto& { return EXPECT_CALL(media, SetPosition(12.5)); }), kOk, kNo},
+    {"setVisibility", [](auto& wrapper) { return wrapper.setVisibility(true, false); },
+     Expects<void>([](auto& media) -> auto& { return EXPECT_CALL(media, SetVisibility(true)); }), kOk, kOk},
+    {"setVisibility", [](auto& wrapper) { return wrapper.setVisibility(false, true); },
+     Expects<void>([](auto& media) -> auto& { return EXPECT_CALL(media, SetVisibility(false)); }), kOk, kOk},
+    {"getSizeFromDuration", [](auto& wrapper) { return wrapper.getSizeFromDuration(5.0, someCount); },
+     Expects<void>([](auto& media) -> auto& { return EXPECT_CALL(media, GetSizeFromDuration()); }), kOk, kOk},
+    {"setSource", [](auto& wrapper) { return wrapper.setSource(nullptr); },
+     Expects<void>([](auto& media) -> auto& { return EXPECT_CALL(media, SetSource("")); }), kOk, kOk},
+    {"setBufferingStrategy", [](auto& wrapper) { return wrapper.setBufferingStrategy(UVABackend::BUFFERING_AGGRESSIVE); },
+     Expects<void>([](auto& media) -> auto& { return EXPECT_CALL(media, SetBufferingStrategy(true)); }), kOk, kOk},
+    {"setBufferingStrategy", [](auto& wrapper) { return wrapper.setBufferingStrategy(UVABackend::BUFFERING_CONSERVATIVE); },
+     Expects<void>([](auto& media) -> auto& { return EXPECT_CALL(media, SetBufferingStrategy(false)); }), kOk, kOk},
+    {"getBytesInBuffer", [](auto& wrapper) { return wrapper.getBytesInBuffer(someCount); },
+     Expects<void>([](auto& media) -> auto& { return EXPECT_CALL(media, GetBytesInBuffer(Ref(someCount))); }), kOk, kOk},
 };
+// clang-format on
 
 class MediaForwardingTest : public VelmoraTest::MediaWrapperTest, public WithParamInterface<Forwarder> {};
 
-TEST_P(MediaForwardingTest, HandsOnTheArgumentsAndAnswersWithTheResult) {
+TEST_P(MediaForwardingTest, Forward_StackAnswers) {
     someCount = 77;
     for (const bool value : {true, false}) {
         GetParam().expect(*media, Answer{value, nullptr});
@@ -115,7 +132,7 @@ const Failure kFailures[] = {
 class MediaFailureTest : public VelmoraTest::MediaWrapperTest,
                          public WithParamInterface<std::tuple<Forwarder, Failure>> {};
 
-TEST_P(MediaFailureTest, AnswersAStatusLogsTheFailureAndStaysUsable) {
+TEST_P(MediaFailureTest, Forward_StackThrows) {
     const auto& [forwarder, failure] = GetParam();
     if (failure.raise) {
         forwarder.expect(*media, Answer{true, failure.raise});
@@ -138,7 +155,7 @@ using MediaLifetimeTest = VelmoraTest::MediaWrapperTest;
 
 // Subscribes only with a client, to DRM requests only of a media back-end, and lets go of the media stack
 // while still subscribed.
-TEST_F(MediaLifetimeTest, SubscribesAsItsClientAndBackEndAllowAndReleasesTheBackEndFirst) {
+TEST_F(MediaLifetimeTest, Destroy_ReleasesBackEndBeforeUnsubscribing) {
     std::size_t slotsWhenReleased = 0;
     boost::shared_ptr<MockMediaBackend> held(new NiceMock<MockMediaBackend>, [&](MockMediaBackend* released) {
         slotsWhenReleased = released->events.num_slots() + released->drmRequests.num_slots();

@@ -37,7 +37,7 @@ private:
     std::atomic<int>& destroyed_;
 };
 
-TEST(SlotGateTest, SlotRunsWhileOpenAndNeverAfterCloseNorAfterItsOwnerIsGone) {
+TEST(SlotGateTest, Slot_ClosedOrOwnerGone) {
     std::atomic<int> destroyed{0};
     boost::function<void(int)> slot;
     {
@@ -53,7 +53,7 @@ TEST(SlotGateTest, SlotRunsWhileOpenAndNeverAfterCloseNorAfterItsOwnerIsGone) {
     EXPECT_EQ(destroyed, 1);
 }
 
-TEST(SlotGateTest, CloseWaitsForASlotRunningOnAnotherThread) {
+TEST(SlotGateTest, Close_SlotRunningOnAnotherThread) {
     std::atomic<int> destroyed{0};
     Subscriber subscriber(destroyed);
     std::promise<void> entered;
@@ -75,7 +75,7 @@ TEST(SlotGateTest, CloseWaitsForASlotRunningOnAnotherThread) {
     EXPECT_EQ(subscriber.calls, 1);
 }
 
-TEST(SlotGateTest, ClosingFromInsideItsOwnSlotDoesNotWaitForItself) {
+TEST(SlotGateTest, Close_FromInsideItsOwnSlot) {
     std::atomic<int> destroyed{0};
     Subscriber subscriber(destroyed);
     subscriber.during = [&] { subscriber.gate.Close(); };
@@ -83,7 +83,7 @@ TEST(SlotGateTest, ClosingFromInsideItsOwnSlotDoesNotWaitForItself) {
     EXPECT_EQ(subscriber.calls, 1);
 }
 
-TEST(SlotGateTest, OwnerReleasedInsideItsOwnSlotIsDeletedWhenTheSlotReturnsElseAtOnce) {
+TEST(SlotGateTest, DeleteOwner_InsideItsOwnSlot) {
     for (const bool insideSlot : {true, false}) {
         std::atomic<int> destroyed{0};
         auto* subscriber = new Subscriber(destroyed);

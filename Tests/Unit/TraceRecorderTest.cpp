@@ -69,7 +69,7 @@ protected:
     int backend = 0;
 };
 
-TEST_F(TraceRecorderTest, CallsFailuresAndSlotsReachTheFileWithTheirThread) {
+TEST_F(TraceRecorderTest, WriteTrace_CallsFailuresAndSlots) {
     ASSERT_TRUE(Trace::StartTrace("", 64));
     Guarded(
         kPolicy, [] { return UVA_STATUS_OK; }, &backend, "fine");
@@ -94,7 +94,7 @@ TEST_F(TraceRecorderTest, CallsFailuresAndSlotsReachTheFileWithTheirThread) {
     EXPECT_EQ(events["fine"].Find("tid")->number, events["SeekCompleted"].Find("tid")->number);
 }
 
-TEST_F(TraceRecorderTest, TheWatchdogLogsASlowCallOncePerOperationAndBackEnd) {
+TEST_F(TraceRecorderTest, SlowCall_OncePerOperationAndBackEnd) {
     ASSERT_TRUE(Trace::SetSlowCallThreshold(1));
     int otherBackend = 0;
     for (const void* on : {static_cast<const void*>(&backend), static_cast<const void*>(&backend),
@@ -117,7 +117,7 @@ TEST_F(TraceRecorderTest, TheWatchdogLogsASlowCallOncePerOperationAndBackEnd) {
     EXPECT_FALSE(Tracing::Armed()) << "the switched-off path must be the single flag test again";
 }
 
-TEST_F(TraceRecorderTest, BadSettingsAreRefusedWithAMessageAndALogLine) {
+TEST_F(TraceRecorderTest, StartTrace_BadSettings) {
     struct Case {
         std::size_t ring;
         std::string path;
@@ -139,7 +139,7 @@ TEST_F(TraceRecorderTest, BadSettingsAreRefusedWithAMessageAndALogLine) {
     EXPECT_FALSE(Trace::SetSlowCallThreshold(3600001, &error));
 }
 
-TEST(TraceSettingsTest, TheVariableIsReadOrRefusedWithItsReason) {
+TEST(TraceSettingsTest, ParseTraceSettings_Variable) {
     struct Case {
         const char* text;
         const char* problem;  // empty: accepted

@@ -10,7 +10,7 @@ using Velmora::BackendEvent;
 using Velmora::DrmBackendEvent;
 using namespace Velmora::Wrapper::Utilities;
 
-TEST(ConvertEventIdToStringTest, NamesEveryBackendEventCodeAndNothingElse) {
+TEST(ConvertEventIdToStringTest, ConvertEventIdToString_BackendCodes) {
     const char* const expected[] = {
         "BackendResourceRevoked", "NeedData", "NeedMseData", "WriteMseData", "CancelDataRequests",
         "PlaybackFinished", "DurationChanged", "VideoResized", "DecodeError", "SeekCompleted",
@@ -26,7 +26,7 @@ TEST(ConvertEventIdToStringTest, NamesEveryBackendEventCodeAndNothingElse) {
     }
 }
 
-TEST(ConvertEventIdToStringTest, NamesEveryDrmEventCodeAndNothingElse) {
+TEST(ConvertEventIdToStringTest, ConvertEventIdToString_DrmCodes) {
     const char* const expected[] = {"KeyNeeded", "KeyMessage", "KeyComplete", "KeyError", "DrmMessageResult"};
     for (int code = 0; code <= DrmBackendEvent::DrmMessageResult; ++code) {
         EXPECT_EQ(ConvertEventIdToString(static_cast<DrmBackendEvent::EventType>(code)), expected[code]) << code;

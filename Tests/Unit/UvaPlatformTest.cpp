@@ -38,7 +38,7 @@ void PrintTo(const ProtocolCase& protocol, std::ostream* out) { *out << protocol
 class ComponentProtocolTest : public VelmoraTest::LiveObjectsTest,
                               public ::testing::WithParamInterface<ProtocolCase> {};
 
-TEST_P(ComponentProtocolTest, ComponentGoesExactlyWhenUnusedAndNoEventNamesIt) {
+TEST_P(ComponentProtocolTest, Destroy_WhenUnused) {
     const long before = LiveComponents();
     auto* component = new TestComponent("deu");
     const auto& steps = GetParam().steps;

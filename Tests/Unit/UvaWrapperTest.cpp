@@ -70,7 +70,7 @@ protected:
 };
 
 // Active means created last, without falling back to an older one once that is released.
-TEST_F(RegistryTest, MediaRequestIsTracedAndActiveUntilReleased) {
+TEST_F(RegistryTest, RequestBackend_ActiveUntilReleased) {
     EXPECT_EQ(layer->GetUvaImpl(), uva);
     UVABackend* older = Request(UVABackend::TYPE_MEDIA);
     log.Clear();
@@ -91,7 +91,7 @@ TEST_F(RegistryTest, MediaRequestIsTracedAndActiveUntilReleased) {
                                      LogLine(2, "ReleaseBackend...finished. Now uvaBackends.size(): 0")));
 }
 
-TEST_F(RegistryTest, ReleasingTwiceOrAForeignPointerIsRefused) {
+TEST_F(RegistryTest, ReleaseBackend_TwiceOrForeign) {
     UVABackend* backend = Request(UVABackend::TYPE_MEDIA);
     EXPECT_EQ(UVA_ReleaseBackend(backend), UVA_STATUS_OK);
     log.Clear();
@@ -101,7 +101,7 @@ TEST_F(RegistryTest, ReleasingTwiceOrAForeignPointerIsRefused) {
     EXPECT_THAT(Lines(), Contains(LogLine(5, "ReleaseDrmBackend Uva attempts to release invalid drm backend resource.")));
 }
 
-TEST_F(RegistryTest, UnknownTypeFailsWithoutTouchingTheList) {
+TEST_F(RegistryTest, RequestBackend_UnknownType) {
     EXPECT_CALL(*uva, CreateBackend(_)).Times(0);
     EXPECT_EQ(Request(static_cast<UVABackend::UVABackendType>(3)), nullptr);
     EXPECT_THAT(Lines(), ElementsAre(LogLine(2, "RequestBackend type: 3"),
@@ -120,7 +120,7 @@ void PrintTo(const CreationFailure& failure, std::ostream* out) { *out << failur
 
 class RegistryFailureTest : public RegistryTest, public ::testing::WithParamInterface<CreationFailure> {};
 
-TEST_P(RegistryFailureTest, MediaStackFailingToCreateGivesNullAndTheLine) {
+TEST_P(RegistryFailureTest, RequestBackend_StackThrows) {
     ON_CALL(*uva, CreateBackend(_)).WillByDefault(Invoke([](int) -> boost::shared_ptr<Velmora::IBackend> {
         GetParam().raise();
         return {};
@@ -148,7 +148,7 @@ INSTANTIATE_TEST_SUITE_P(
                         "Unknown exception caught in UVAWrapper::RequestDrmBackend"}),
     [](const ::testing::TestParamInfo<CreationFailure>& info) { return std::string(info.param.name); });
 
-TEST_F(RegistryTest, HandleLookupLivesExactlyWhileABroadcastBackendDoesAndLeavesUnknownHandlesEmpty) {
+TEST_F(RegistryTest, HandleLookup_WhileBroadcastBackendLives) {
     EXPECT_CALL(*uva, ConnectHandleLookup(_)).Times(2);
     auto* first = static_cast<UVAVideoBroadcastBackend*>(Request(UVABackend::TYPE_VIDEO_BROADCAST));
     auto* second = static_cast<UVAVideoBroadcastBackend*>(Request(UVABackend::TYPE_VIDEO_BROADCAST));
@@ -168,14 +168,14 @@ TEST_F(RegistryTest, HandleLookupLivesExactlyWhileABroadcastBackendDoesAndLeaves
     EXPECT_EQ(uva->handleLookups.num_slots(), 1u);
 }
 
-TEST_F(RegistryTest, FailingToConnectTheLookupKeepsTheNewWrapper) {
+TEST_F(RegistryTest, RequestBackend_LookupConnectThrows) {
     EXPECT_CALL(*uva, ConnectHandleLookup(_)).WillOnce(Invoke([](const Velmora::IUva::HandleLookupSlot&)
                                                                   -> boost::signals2::connection { throw 1; }));
     EXPECT_EQ(Request(UVABackend::TYPE_VIDEO_BROADCAST), nullptr);
     EXPECT_THAT(Lines(), Contains(LogLine(2, "RequestBackend Now added: 0. Number of backends in uvaBackends: 1")));
 }
 
-TEST_F(RegistryTest, DrmRequestsWithAndWithoutAKeySystem) {
+TEST_F(RegistryTest, RequestDrmBackend_NullKeySystem) {
     EXPECT_CALL(*uva, CreateDrmBackend(""));
     EXPECT_CALL(*uva, CreateDrmBackend("org.w3.clearkey"));
     UVADRMBackend* first = RequestDrm(nullptr);
@@ -191,7 +191,7 @@ TEST_F(RegistryTest, DrmRequestsWithAndWithoutAKeySystem) {
     EXPECT_THAT(Lines(), Contains(LogLine(2, "ReleaseDrmBackend...finished. Now uvaDrmBackends.size(): 1")));
 }
 
-TEST_F(RegistryTest, StoppingDeletesTheRootObjectBeforeTheWrappersTheBrowserStillHolds) {
+TEST_F(RegistryTest, Stop_RootBeforeHeldWrappers) {
     Request(UVABackend::TYPE_MEDIA);
     RequestDrm("org.w3.clearkey");
     long backendsWhenRootWent = -1;
@@ -201,7 +201,7 @@ TEST_F(RegistryTest, StoppingDeletesTheRootObjectBeforeTheWrappersTheBrowserStil
     EXPECT_EQ(uvaLiveObjects().backends + uvaLiveObjects().drmBackends, 0);
 }
 
-TEST_F(RegistryTest, EmptyBackendsFromTheMediaStackGiveWrappersThatAnswerWithFailures) {
+TEST_F(RegistryTest, RequestBackend_StackAnswersEmpty) {
     ON_CALL(*uva, CreateBackend(_)).WillByDefault(Return(boost::shared_ptr<Velmora::IBackend>()));
     ON_CALL(*uva, CreateDrmBackend(_)).WillByDefault(Return(boost::shared_ptr<Velmora::IDrmBackend>()));
     auto* media = static_cast<UVAMediaBackend*>(Request(UVABackend::TYPE_MEDIA));

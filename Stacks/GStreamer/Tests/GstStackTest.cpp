@@ -102,7 +102,7 @@ protected:
     static void SetUpTestSuite() { gst_init(nullptr, nullptr); }
 };
 
-TEST_P(MimeCapsTest, MapsToElementaryStreamCaps) {
+TEST_P(MimeCapsTest, Caps_MimeType) {
     GstCaps* caps = CapsForMimeType(GetParam().mimeType);
     if (GetParam().mediaType == nullptr) {
         EXPECT_EQ(caps, nullptr);
@@ -131,7 +131,7 @@ struct FactoryRow {
 class StackFactoryTest : public ::testing::TestWithParam<FactoryRow> {};
 
 // An owner's typo must not start a stack that silently ignores it.
-TEST_P(StackFactoryTest, AcceptsOnlyKnownOptionsAndItsOwnVersion) {
+TEST_P(StackFactoryTest, Create_Options) {
     std::unique_ptr<IUva> stack(VelmoraCreateStack(GetParam().version, GetParam().options));
     ASSERT_EQ(stack != nullptr, GetParam().accepted);
     if (stack) {
@@ -160,7 +160,7 @@ protected:
 };
 
 // A stream that cannot play is reported by the operation that finds out, or by DecodeError later.
-TEST_F(GstStackTest, UrlsThatCannotPlayEndInAFailureOrDecodeError) {
+TEST_F(GstStackTest, InitBackend_UnplayableUrl) {
     const std::string notMedia = ::testing::TempDir() + "velmora-not-media.webm";
     std::FILE* file = std::fopen(notMedia.c_str(), "w");
     ASSERT_NE(file, nullptr);
@@ -181,7 +181,7 @@ TEST_F(GstStackTest, UrlsThatCannotPlayEndInAFailureOrDecodeError) {
     }
 }
 
-TEST_F(GstStackTest, MediaSourceInputThatCannotPlayIsRefused) {
+TEST_F(GstStackTest, WriteMseData_Unplayable) {
     EXPECT_THROW(backend->InitBackend("blob:x", {Source{0, 1, false, 0, "video/mp4; codecs=\"avc1\""}}, false), ExceptionBase);
     backend = std::make_unique<GstMediaBackend>(StackOptions());
     backend->InitBackend("blob:x", {Source{0, 1, false, 0, "video/webm; codecs=\"vp8\""}}, false);
@@ -199,7 +199,7 @@ TEST_F(GstStackTest, MediaSourceInputThatCannotPlayIsRefused) {
 
 // What the browser was asked and wrote for the old position is void after a seek: an open request is
 // cancelled and asked again, an ended source takes samples again from any time, a removed one stays gone.
-TEST_F(GstStackTest, MediaSourceSeekRestartsEverySourceButARemovedOne) {
+TEST_F(GstStackTest, SetPosition_MediaSourceSeek) {
     const Source video{0, 1, false, 0, "video/webm; codecs=\"vp8\""};
     backend->InitBackend("blob:x", {video, Source{0, 2, false, 0, "audio/webm; codecs=\"opus\""}}, false);
     backend->AttachSource(Source{0, 3, false, 0, "video/webm; codecs=\"vp8\""});
@@ -216,7 +216,7 @@ TEST_F(GstStackTest, MediaSourceSeekRestartsEverySourceButARemovedOne) {
     EXPECT_THROW(backend->WriteMseData(Samples(3, {{400.0, true}}), UVABackend::WRITE_DATA_OK), ExceptionBase);
 }
 
-TEST_F(GstStackTest, GarbageSamplesRaiseDecodeError) {
+TEST_F(GstStackTest, WriteMseData_GarbageSamples) {
     std::atomic<int> written{0};
     recorder.answer = [&](const NeedMseDataEvent& request) {
         const double at = 40.0 * written++;
@@ -227,7 +227,7 @@ TEST_F(GstStackTest, GarbageSamplesRaiseDecodeError) {
     EXPECT_TRUE(recorder.WaitFor(BackendEvent::DecodeError));
 }
 
-TEST_F(GstStackTest, OperationsBeforeInitBackendFail) {
+TEST_F(GstStackTest, Operations_BeforeInitBackend) {
     double value = 0.0;
     EXPECT_THROW(backend->Play(), ExceptionBase);
     EXPECT_THROW(backend->GetPosition(value), ExceptionBase);
@@ -262,7 +262,7 @@ public:
 // at a different moment each round, a Media Source back-end in the middle of a seek: neither may hang
 // or let a slot run on a dead wrapper, and nothing of the browser's side may outlive the release (ASan
 // and TSan watch this one). The Media Source client leaves every request unanswered.
-TEST_F(GstStackTest, ReleasedThroughTheLibraryWhileEventsFlow) {
+TEST_F(GstStackTest, Release_WhileEventsFlow) {
     backend.reset();
     const long before = uvaLiveObjects().Total();
     Wrapper::IntegrationLayer layer(new GstUva(StackOptions()));
