@@ -15,15 +15,15 @@
 #include <algorithm>
 #include <boost/make_shared.hpp>
 #include <boost/signals2/signal.hpp>
-#include <ctime>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "Tlog/Tlog.h"
 #include "DoNothingStack/DoNothingStack.h"
+#include "Tlog/Tlog.h"
 #include "Uva/UVABackendLibrary.h"
 #include "Uva/UVAClient.h"
 #include "Uva/UVADRMBackend.h"
@@ -101,7 +101,8 @@ void Start() {
 // A media back-end requested through the exported entry point, released at the end of the benchmark.
 struct Session {
     Session()
-        : backend((Start(), static_cast<UVAMediaBackend*>(UVA_RequestBackend(UVABackend::TYPE_MEDIA_SOURCE, &browser)))),
+        : backend(
+              (Start(), static_cast<UVAMediaBackend*>(UVA_RequestBackend(UVABackend::TYPE_MEDIA_SOURCE, &browser)))),
           media(Bench::LastMediaBackend()),
           events(Bench::LastMediaEvents()) {}
     ~Session() { UVA_ReleaseBackend(backend); }
@@ -167,7 +168,8 @@ IMediaBackend* Opaque(IMediaBackend* media) {
 
 void ForwardedPlay(benchmark::State& state) {
     Session session;
-    Compare(state, [&] { benchmark::DoNotOptimize(session.backend->play()); }, [&] { Opaque(session.media)->Play(); });
+    Compare(
+        state, [&] { benchmark::DoNotOptimize(session.backend->play()); }, [&] { Opaque(session.media)->Play(); });
 }
 BENCHMARK(ForwardedPlay);
 
@@ -240,7 +242,8 @@ void CompareEvent(benchmark::State& state, boost::shared_ptr<BackendEvent> event
     Session session;
     EventSignal raw;
     raw.connect(RawHandler([&](const BackendEvent& raised) { browser.handleEvent(make(raised)); }));
-    Compare(state, [&] { session.events(event); }, [&] { raw(event); });
+    Compare(
+        state, [&] { session.events(event); }, [&] { raw(event); });
 }
 
 void PlainEvent(benchmark::State& state) {
@@ -279,14 +282,16 @@ BENCHMARK(TextPayloadEvent);
 void ComponentAddedAndRemoved(benchmark::State& state) {
     Session session;
     const auto component = Bench::NewDoNothingComponent();
-    const auto added = boost::make_shared<Velmora::ComponentChangedEvent>(component.get(), Velmora::ComponentChangedEvent::Added);
+    const auto added =
+        boost::make_shared<Velmora::ComponentChangedEvent>(component.get(), Velmora::ComponentChangedEvent::Added);
     const auto removed =
         boost::make_shared<Velmora::ComponentChangedEvent>(component.get(), Velmora::ComponentChangedEvent::Removed);
     EventSignal raw;
     BrowserComponent* shown = nullptr;
     raw.connect(RawHandler([&](const BackendEvent& raised) {
         auto* named = new ::ComponentChangedEvent;
-        if (static_cast<const Velmora::ComponentChangedEvent&>(raised).action == Velmora::ComponentChangedEvent::Added) {
+        if (static_cast<const Velmora::ComponentChangedEvent&>(raised).action ==
+            Velmora::ComponentChangedEvent::Added) {
             shown = new BrowserComponent;
             named->action = ::ComponentChangedEvent::ADDED;
         } else {
@@ -326,7 +331,8 @@ void ComponentChanged(benchmark::State& state) {
         shown->preventDestruction();
         browser.handleEvent(named);
     }));
-    Compare(state, [&] { session.events(changed); }, [&] { raw(changed); });
+    Compare(
+        state, [&] { session.events(changed); }, [&] { raw(changed); });
     shown->backendMarkUnused();
     session.events(
         boost::make_shared<Velmora::ComponentChangedEvent>(component.get(), Velmora::ComponentChangedEvent::Removed));
@@ -345,7 +351,8 @@ void DrmEvent(benchmark::State& state) {
         translated->flag = raised->flag;
         browser.handleDRMEvent(translated);
     }));
-    Compare(state, [&] { drmEvents(event); }, [&] { raw(event); });
+    Compare(
+        state, [&] { drmEvents(event); }, [&] { raw(event); });
     UVADRM_ReleaseBackend(backend);
 }
 BENCHMARK(DrmEvent);

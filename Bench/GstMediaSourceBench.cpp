@@ -131,15 +131,16 @@ public:
             std::uint32_t filled = 0;
             for (; filled < request->count && next < Frames().size(); ++filled, ++next) {
                 auto* sample = new UVABackend::MediaSample;
-                sample->data.assign(Frames()[next].bytes.data(), static_cast<unsigned int>(Frames()[next].bytes.size()));
+                sample->data.assign(Frames()[next].bytes.data(),
+                                    static_cast<unsigned int>(Frames()[next].bytes.size()));
                 sample->streamId = request->sourceId;
                 sample->timestampMs = static_cast<std::int32_t>(next * kFrameMs);
                 sample->durationMs = kFrameMs;
                 sample->keyFrame = Frames()[next].key ? 1 : 0;
                 request->samples[filled] = sample;
             }
-            media->writeData(request, 0, next == Frames().size() ? UVABackend::WRITE_DATA_END_OF_STREAM
-                                                                 : UVABackend::WRITE_DATA_OK);
+            media->writeData(
+                request, 0, next == Frames().size() ? UVABackend::WRITE_DATA_END_OF_STREAM : UVABackend::WRITE_DATA_OK);
             return;
         }
         if (event->getType() == UVAEvent::PLAYBACK_FINISHED || event->getType() == UVAEvent::DECODE_ERROR) {
@@ -158,10 +159,11 @@ double LibrarySeconds(Velmora::Gst::StackOptions options) {
     Velmora::Wrapper::IntegrationLayer layer(new Velmora::Gst::GstUva(options));
     Browser browser;
     browser.media = static_cast<UVAMediaBackend*>(UVA_RequestBackend(UVABackend::TYPE_MEDIA_SOURCE, &browser));
-    auto** sources = new UVABackend::SourceDescription*[2]{
+    auto** sources = new UVABackend::SourceDescription* [2] {
         UVABackend::SourceDescription::Streaming(UVABackend::SourceDescription::SOURCE_VIDEO, 1, false, 0,
                                                  "video/webm; codecs=\"vp8\""),
-        nullptr};
+            nullptr
+    };
     const auto start = std::chrono::steady_clock::now();
     browser.media->initBackend("blob:bench", sources, false);
     browser.media->play();

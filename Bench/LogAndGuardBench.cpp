@@ -23,7 +23,8 @@ void DisabledTraceStatement(benchmark::State& state) {
     Tlog::SetThreshold("Velmora::Bench", 5);
     int value = 0;
     for (auto _ : state) {
-        VELMORA_LOG(kSite, 2) << "getNativeSize" << "; " << value << "; " << value << "; ";
+        VELMORA_LOG(kSite, 2) << "getNativeSize"
+                              << "; " << value << "; " << value << "; ";
         benchmark::DoNotOptimize(++value);
     }
 }

@@ -36,12 +36,9 @@ void FaultInjector::Check(const char* operation) {
     }
     const std::string message = std::string("injected fault in ") + operation;
     switch (fault.kind) {
-    case Kind::MediaStackError:
-        throw ExceptionBase(fault.value, message);
-    case Kind::StandardException:
-        throw std::runtime_error(message);
-    case Kind::Int:
-        throw static_cast<int>(fault.value);
+        case Kind::MediaStackError: throw ExceptionBase(fault.value, message);
+        case Kind::StandardException: throw std::runtime_error(message);
+        case Kind::Int: throw static_cast<int>(fault.value);
     }
 }
 

@@ -27,7 +27,8 @@ std::uint32_t WholeSeconds(double ms) { return static_cast<std::uint32_t>(ms / 1
 
 }  // namespace
 
-ReferenceBroadcastBackend::ReferenceBroadcastBackend(const StackOptions& options, std::shared_ptr<FaultInjector> faults_)
+ReferenceBroadcastBackend::ReferenceBroadcastBackend(const StackOptions& options,
+                                                     std::shared_ptr<FaultInjector> faults_)
     : channels(ChannelList(options.channels)),
       parentalRatingLimit(options.parentalRatingLimit),
       timeShiftMs(options.timeShiftSeconds * 1000.0),
@@ -35,12 +36,12 @@ ReferenceBroadcastBackend::ReferenceBroadcastBackend(const StackOptions& options
       periodMs(static_cast<double>(options.stepPeriod.count())),
       faults(std::move(faults_)),
       playState(UVAVideoBroadcastBackend::PLAY_STATE_UNREALIZED),
-      recordingState(UVAVideoBroadcastBackend::RECORDING_UNREALIZED) {
-}
+      recordingState(UVAVideoBroadcastBackend::RECORDING_UNREALIZED) {}
 
 boost::shared_ptr<ReferenceBroadcastBackend> ReferenceBroadcastBackend::Create(const StackOptions& options,
-                                                                             std::shared_ptr<FaultInjector> faults) {
-    const boost::shared_ptr<ReferenceBroadcastBackend> backend(new ReferenceBroadcastBackend(options, std::move(faults)));
+                                                                               std::shared_ptr<FaultInjector> faults) {
+    const boost::shared_ptr<ReferenceBroadcastBackend> backend(
+        new ReferenceBroadcastBackend(options, std::move(faults)));
     if (options.clock == Clock::Threaded) {
         backend->thread = StepThread::For(backend, options.stepPeriod);
     }
@@ -272,12 +273,12 @@ boost::shared_ptr<void> ReferenceBroadcastBackend::GetCurrentChannel() {
 }
 
 void ReferenceBroadcastBackend::SetChannel(void* channel, bool /*trickplay*/, bool keepRecording,
-                                           const std::string& /*contentAccess*/, bool /*quiet*/,
-                                           bool /*offsetReset*/) {
+                                           const std::string& /*contentAccess*/, bool /*quiet*/, bool /*offsetReset*/) {
     faults->Check(__func__);
     const std::lock_guard<std::mutex> lock(mutex);
-    const auto found = std::find_if(channels.begin(), channels.end(),
-                                    [channel](const boost::shared_ptr<ChannelSpec>& known) { return known.get() == channel; });
+    const auto found =
+        std::find_if(channels.begin(), channels.end(),
+                     [channel](const boost::shared_ptr<ChannelSpec>& known) { return known.get() == channel; });
     if (found == channels.end()) {
         outbox.Post(new ChannelChangeErrorEvent(channel, kUnknownChannel));
         return;
@@ -371,15 +372,9 @@ void ReferenceBroadcastBackend::SetPosition(std::int32_t position, UVABackend::P
     const double ms = position * 1000.0;
     double target = offsetMs;
     switch (reference) {
-    case UVABackend::POSITION_FROM_START:
-        target = MaxOffsetMs() - ms;
-        break;
-    case UVABackend::POSITION_FROM_CURRENT:
-        target = offsetMs - ms;
-        break;
-    case UVABackend::POSITION_FROM_END:
-        target = -ms;
-        break;
+        case UVABackend::POSITION_FROM_START: target = MaxOffsetMs() - ms; break;
+        case UVABackend::POSITION_FROM_CURRENT: target = offsetMs - ms; break;
+        case UVABackend::POSITION_FROM_END: target = -ms; break;
     }
     offsetMs = std::clamp(target, 0.0, MaxOffsetMs());
 }

@@ -13,7 +13,8 @@ namespace {
 
 // Byte blocks travel as shared arrays of exactly their length, which the receiver may keep.
 boost::shared_ptr<unsigned char> SharedBytes(const std::string& bytes) {
-    boost::shared_ptr<unsigned char> copy(new unsigned char[bytes.size()], boost::checked_array_deleter<unsigned char>());
+    boost::shared_ptr<unsigned char> copy(new unsigned char[bytes.size()],
+                                          boost::checked_array_deleter<unsigned char>());
     std::memcpy(copy.get(), bytes.data(), bytes.size());
     return copy;
 }
@@ -34,13 +35,13 @@ std::string Joined(const std::vector<std::string>& keyIds) {
 
 ReferenceDrmBackend::ReferenceDrmBackend(const std::string& keySystem_, const StackOptions& options,
                                          std::shared_ptr<FaultInjector> faults_)
-    : keySystem(keySystem_), oipfId(kOipfId), contentKeys(options.contentKeys), faults(std::move(faults_)) {
-}
+    : keySystem(keySystem_), oipfId(kOipfId), contentKeys(options.contentKeys), faults(std::move(faults_)) {}
 
 boost::shared_ptr<ReferenceDrmBackend> ReferenceDrmBackend::Create(const std::string& keySystem,
-                                                                 const StackOptions& options,
-                                                                 std::shared_ptr<FaultInjector> faults) {
-    const boost::shared_ptr<ReferenceDrmBackend> backend(new ReferenceDrmBackend(keySystem, options, std::move(faults)));
+                                                                   const StackOptions& options,
+                                                                   std::shared_ptr<FaultInjector> faults) {
+    const boost::shared_ptr<ReferenceDrmBackend> backend(
+        new ReferenceDrmBackend(keySystem, options, std::move(faults)));
     if (options.clock == Clock::Threaded) {
         backend->thread = StepThread::For(backend, options.stepPeriod);
     }
@@ -90,8 +91,8 @@ bool ReferenceDrmBackend::GenerateKeyRequest(boost::shared_ptr<unsigned char> in
         session.keyIds.push_back(keyIds.substr(at, kKeyIdSize));
     }
     // The request names the key ids; the license server answers with their keys in the same order.
-    outbox.Post(new UvaKeyMessageDrmEvent(keySystem.c_str(), sessionId.c_str(), false, kLicenseUrl,
-                                          SharedBytes(keyIds), initDataSize));
+    outbox.Post(new UvaKeyMessageDrmEvent(keySystem.c_str(), sessionId.c_str(), false, kLicenseUrl, SharedBytes(keyIds),
+                                          initDataSize));
     return true;
 }
 
@@ -121,7 +122,8 @@ bool ReferenceDrmBackend::AddKey(boost::shared_ptr<unsigned char> key, std::uint
         outbox.Post(new UvaKeyCompleteDrmEvent(keySystem.c_str(), id.c_str(), false));
     } else {
         session->state = SessionState::Failed;  // the browser may try again with other keys
-        outbox.Post(new UvaKeyErrorDrmEvent(keySystem.c_str(), id.c_str(), false, kKeyErrorClient, kSystemCodeWrongKey));
+        outbox.Post(
+            new UvaKeyErrorDrmEvent(keySystem.c_str(), id.c_str(), false, kKeyErrorClient, kSystemCodeWrongKey));
     }
     return true;
 }

@@ -42,11 +42,10 @@ ReferenceMediaBackend::ReferenceMediaBackend(int type_, const StackOptions& opti
     : type(static_cast<UVABackend::UVABackendType>(type_)),
       profile(options.media),
       periodMs(static_cast<double>(options.stepPeriod.count())),
-      faults(std::move(faults_)) {
-}
+      faults(std::move(faults_)) {}
 
 boost::shared_ptr<ReferenceMediaBackend> ReferenceMediaBackend::Create(int type, const StackOptions& options,
-                                                                     std::shared_ptr<FaultInjector> faults) {
+                                                                       std::shared_ptr<FaultInjector> faults) {
     const boost::shared_ptr<ReferenceMediaBackend> backend(new ReferenceMediaBackend(type, options, std::move(faults)));
     if (options.clock == Clock::Threaded) {
         backend->thread = StepThread::For(backend, options.stepPeriod);
@@ -294,8 +293,8 @@ void ReferenceMediaBackend::Unload() {
 
 void ReferenceMediaBackend::AddSource(const SourceDescriptionOperaStreaming& description) {
     if (sources.count(description.sourceId) != 0) {
-        throw ExceptionBase(ExceptionBase::InvalidState, "source " + std::to_string(description.sourceId) +
-                                                             " is attached already");
+        throw ExceptionBase(ExceptionBase::InvalidState,
+                            "source " + std::to_string(description.sourceId) + " is attached already");
     }
     Source& source = sources[description.sourceId];
     source.type = description.type;
@@ -412,7 +411,8 @@ void ReferenceMediaBackend::InitBackend(std::string initUrl, const SourceDescrip
                                         bool /*flag*/) {
     faults->Check(__func__);
     if (type == UVABackend::TYPE_MEDIA_SOURCE) {
-        throw ExceptionBase(ExceptionBase::NotSupported, "a Media Source back-end plays browser-delivered sources only");
+        throw ExceptionBase(ExceptionBase::NotSupported,
+                            "a Media Source back-end plays browser-delivered sources only");
     }
     const std::lock_guard<std::mutex> lock(mutex);
     Unload();

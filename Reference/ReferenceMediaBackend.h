@@ -43,8 +43,8 @@ class ReferenceMediaBackend : public IMediaBackend, public boost::enable_shared_
 public:
     // What the back-end received and what it did with it.
     struct Counters {
-        std::uint64_t bytesWritten = 0;    // bytes of accepted samples and of NeedData answers
-        std::uint32_t dataRequests = 0;    // NeedData and NeedMseData raised
+        std::uint64_t bytesWritten = 0;  // bytes of accepted samples and of NeedData answers
+        std::uint32_t dataRequests = 0;  // NeedData and NeedMseData raised
         std::uint32_t samplesValid = 0;
         std::uint32_t samplesInvalid = 0;  // dropped by validation, see lastProblem
         std::uint32_t samplesLate = 0;     // valid, but already behind the playing position

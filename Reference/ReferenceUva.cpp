@@ -13,8 +13,7 @@ namespace {
 // Keeps the list short: forgets the back-ends that are gone.
 template <typename Backend>
 void Remember(std::vector<boost::weak_ptr<Backend>>& list, const boost::shared_ptr<Backend>& backend) {
-    list.erase(std::remove_if(list.begin(), list.end(), [](const auto& known) { return known.expired(); }),
-               list.end());
+    list.erase(std::remove_if(list.begin(), list.end(), [](const auto& known) { return known.expired(); }), list.end());
     list.push_back(backend);
 }
 

@@ -41,7 +41,7 @@ struct MediaProfile {
 struct ChannelSpec {
     std::string name;
     std::int32_t number = 0;
-    bool receivable = true;        // false: tuning fails as it does without a signal
+    bool receivable = true;           // false: tuning fails as it does without a signal
     std::int32_t parentalRating = 0;  // 0: unrated
     std::vector<std::string> audioLanguages;
     std::vector<std::string> subtitleLanguages;

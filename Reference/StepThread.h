@@ -28,7 +28,8 @@ public:
     // holds the back-end: an owner letting go meanwhile destroys it after the step, not inside it,
     // and a back-end already being destroyed is not stepped again.
     template <typename Backend>
-    static std::unique_ptr<StepThread> For(const boost::shared_ptr<Backend>& backend, std::chrono::milliseconds period) {
+    static std::unique_ptr<StepThread> For(const boost::shared_ptr<Backend>& backend,
+                                           std::chrono::milliseconds period) {
         const boost::weak_ptr<Backend> owner = backend;
         return std::unique_ptr<StepThread>(new StepThread(period, [owner] {
             if (const auto held = owner.lock()) {

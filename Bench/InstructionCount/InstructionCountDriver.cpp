@@ -72,8 +72,7 @@ int main(int argc, char** argv) {
     Tlog::SetThreshold("Velmora", 6);
     Velmora::Wrapper::IntegrationLayer layer(Bench::NewDoNothingStack());
     DiscardingClient browser;
-    auto* const backend =
-        static_cast<UVAMediaBackend*>(UVA_RequestBackend(UVABackend::TYPE_MEDIA_SOURCE, &browser));
+    auto* const backend = static_cast<UVAMediaBackend*>(UVA_RequestBackend(UVABackend::TYPE_MEDIA_SOURCE, &browser));
     Velmora::IMediaBackend* volatile media = Bench::LastMediaBackend();
     Bench::EventSignal& events = Bench::LastMediaEvents();
     const auto finished = boost::make_shared<Velmora::BackendEvent>(Velmora::BackendEvent::PlaybackFinished);

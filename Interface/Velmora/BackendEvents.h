@@ -18,34 +18,34 @@ class IAvComponent;
 class VELMORA_EXPORT BackendEvent {
 public:
     enum EventType : std::int32_t {
-        BackendResourceRevoked = 0,    // BackendEvent
-        NeedData = 1,                  // NeedDataEvent
-        NeedMseData = 2,               // NeedMseDataEvent
-        WriteMseData = 3,              // WriteMseDataEvent (media stack input only, see WriteMseData)
-        CancelDataRequests = 4,        // CancelDataRequestsEvent
-        PlaybackFinished = 5,          // BackendEvent
-        DurationChanged = 6,           // DurationChangedEvent
-        VideoResized = 7,              // VideoResizedEvent
-        DecodeError = 8,               // BackendEvent
-        SeekCompleted = 9,             // BackendEvent
-        VideoFrameAvailable = 10,      // BackendEvent
-        DRMRightsError = 11,           // DRMRightsErrorEvent
-        ParentalRatingError = 12,      // ParentalRatingErrorEvent
-        ParentalRatingChange = 13,     // ParentalRatingChangeEvent
-        BroadcastPlaystateChange = 14, // BroadcastPlaystateChangeEvent
-        ChannelChangeError = 15,       // ChannelChangeErrorEvent
-        ChannelChangeSucceeded = 16,   // ChannelChangeSucceededEvent
-        ProgrammesChanged = 17,        // BackendEvent
-        RecordingError = 18,           // RecordingErrorEvent
-        RecordingStateChange = 19,     // RecordingStateChangeEvent
-        BufferingProgress = 20,        // BackendEvent
-        BufferingNetworkError = 21,    // BackendEvent
-        BufferingIdle = 22,            // BackendEvent
-        BufferingStreamUnderrun = 23,  // BufferingStreamUnderrunEvent
-        BufferingStreamBuffered = 24,  // BackendEvent
-        SubtitlesChanged = 25,         // SubtitlesChangedEvent
-        ComponentChanged = 26,         // ComponentChangedEvent
-        LastEvent = 27,                // end marker, never raised
+        BackendResourceRevoked = 0,     // BackendEvent
+        NeedData = 1,                   // NeedDataEvent
+        NeedMseData = 2,                // NeedMseDataEvent
+        WriteMseData = 3,               // WriteMseDataEvent (media stack input only, see WriteMseData)
+        CancelDataRequests = 4,         // CancelDataRequestsEvent
+        PlaybackFinished = 5,           // BackendEvent
+        DurationChanged = 6,            // DurationChangedEvent
+        VideoResized = 7,               // VideoResizedEvent
+        DecodeError = 8,                // BackendEvent
+        SeekCompleted = 9,              // BackendEvent
+        VideoFrameAvailable = 10,       // BackendEvent
+        DRMRightsError = 11,            // DRMRightsErrorEvent
+        ParentalRatingError = 12,       // ParentalRatingErrorEvent
+        ParentalRatingChange = 13,      // ParentalRatingChangeEvent
+        BroadcastPlaystateChange = 14,  // BroadcastPlaystateChangeEvent
+        ChannelChangeError = 15,        // ChannelChangeErrorEvent
+        ChannelChangeSucceeded = 16,    // ChannelChangeSucceededEvent
+        ProgrammesChanged = 17,         // BackendEvent
+        RecordingError = 18,            // RecordingErrorEvent
+        RecordingStateChange = 19,      // RecordingStateChangeEvent
+        BufferingProgress = 20,         // BackendEvent
+        BufferingNetworkError = 21,     // BackendEvent
+        BufferingIdle = 22,             // BackendEvent
+        BufferingStreamUnderrun = 23,   // BufferingStreamUnderrunEvent
+        BufferingStreamBuffered = 24,   // BackendEvent
+        SubtitlesChanged = 25,          // SubtitlesChangedEvent
+        ComponentChanged = 26,          // ComponentChangedEvent
+        LastEvent = 27,                 // end marker, never raised
     };
 
     explicit BackendEvent(EventType eventType);
@@ -157,8 +157,7 @@ public:
     std::int32_t rating;
 
 protected:
-    ParentalRatingEventBase(EventType eventType, const char* contentId, const char* drmSystemId,
-                            std::int32_t rating);
+    ParentalRatingEventBase(EventType eventType, const char* contentId, const char* drmSystemId, std::int32_t rating);
 };
 
 class VELMORA_EXPORT ParentalRatingErrorEvent : public ParentalRatingEventBase {

@@ -51,8 +51,7 @@ bool ForEachStackOption(const char* options, Apply apply, std::string& refused) 
         const std::string pair = all.substr(begin, end - begin);
         begin = end + 1;
         const std::string::size_type equals = pair.find('=');
-        if (!pair.empty() &&
-            (equals == std::string::npos || !apply(pair.substr(0, equals), pair.substr(equals + 1)))) {
+        if (!pair.empty() && (equals == std::string::npos || !apply(pair.substr(0, equals), pair.substr(equals + 1)))) {
             refused = pair;
             return false;
         }

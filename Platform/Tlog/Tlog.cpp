@@ -123,8 +123,7 @@ void TlogPrintf(TlogContext* context, int level, const char* file, int line, con
         registry.sink(Tlog::Record{contextName, level, file != nullptr ? file : "", line, text.data()});
         return;
     }
-    std::fprintf(stderr, "%d %s %s:%d: %s\n", level, contextName, file != nullptr ? file : "", line,
-                 text.data());
+    std::fprintf(stderr, "%d %s %s:%d: %s\n", level, contextName, file != nullptr ? file : "", line, text.data());
 }
 
 namespace Tlog {

@@ -35,9 +35,8 @@ long UvaLiveObjects::Total() const {
 
 UvaLiveObjects uvaLiveObjects() {
     const auto& live = Live();
-    return UvaLiveObjects{live.events.load(),      live.drmEvents.load(), live.components.load(),
-                          live.backends.load(),    live.drmBackends.load(), live.samples.load(),
-                          live.sources.load()};
+    return UvaLiveObjects{live.events.load(),      live.drmEvents.load(), live.components.load(), live.backends.load(),
+                          live.drmBackends.load(), live.samples.load(),   live.sources.load()};
 }
 
 // UVABackend

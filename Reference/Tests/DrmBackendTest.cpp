@@ -24,8 +24,8 @@ protected:
         return events.Types();
     }
 
-    const boost::shared_ptr<ReferenceDrmBackend> drm = ReferenceDrmBackend::Create(
-        "org.w3.clearkey", ManualOptions(), std::make_shared<FaultInjector>());
+    const boost::shared_ptr<ReferenceDrmBackend> drm =
+        ReferenceDrmBackend::Create("org.w3.clearkey", ManualOptions(), std::make_shared<FaultInjector>());
     DrmRecorder events{*drm};
 };
 
@@ -139,11 +139,10 @@ TEST_P(DrmMessage, SendDrmMessage_Result) {
     EXPECT_EQ(answer->resultMessage == nullptr ? "null" : std::string(answer->resultMessage), GetParam().result);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Messages, DrmMessage,
-    ::testing::Values(MessageCase{ReferenceDrmBackend::kDrmMessageType, "hello", 0, "ack hello"},
-                      MessageCase{ReferenceDrmBackend::kDrmMessageType, "", 2, "null"},
-                      MessageCase{"application/other", "hello", 3, "null"}));
+INSTANTIATE_TEST_SUITE_P(Messages, DrmMessage,
+                         ::testing::Values(MessageCase{ReferenceDrmBackend::kDrmMessageType, "hello", 0, "ack hello"},
+                                           MessageCase{ReferenceDrmBackend::kDrmMessageType, "", 2, "null"},
+                                           MessageCase{"application/other", "hello", 3, "null"}));
 
 TEST_F(DrmBackendTest, GetOIPFId_StableWhileAlive) {
     EXPECT_EQ(&drm->GetOIPFId(), &drm->GetOIPFId()) << "the browser keeps the characters without a copy";

@@ -76,16 +76,29 @@ void MakeClear(DecoderBuffer& s) {
 INSTANTIATE_TEST_SUITE_P(
     Samples, SampleValidation,
     ::testing::Values(
-        SampleCase{"EncryptedWhole", [](DecoderBuffer&) {}, nullptr},
-        SampleCase{"Clear", MakeClear, nullptr},
+        SampleCase{"EncryptedWhole", [](DecoderBuffer&) {}, nullptr}, SampleCase{"Clear", MakeClear, nullptr},
         SampleCase{"ShortIv", [](DecoderBuffer& s) { Put(s.iv, s.ivSize, "iv8bytes"); }, nullptr},
-        SampleCase{"SubSamplesCoveringTheData", [](DecoderBuffer& s) { s.subSamples = {Sub{4, 0}, Sub{1, 5}}; }, nullptr},
-        SampleCase{"SubSamplesShortOfTheData", [](DecoderBuffer& s) { s.subSamples = {Sub{2, 7}}; },
+        SampleCase{"SubSamplesCoveringTheData",
+                   [](DecoderBuffer& s) {
+                       s.subSamples = {Sub{4, 0}, Sub{1, 5}};
+                   },
+                   nullptr},
+        SampleCase{"SubSamplesShortOfTheData",
+                   [](DecoderBuffer& s) {
+                       s.subSamples = {Sub{2, 7}};
+                   },
                    "sub-samples that do not cover the sample"},
         // 0xffffffff + 11 wraps to 10, the data size, in 32-bit arithmetic.
-        SampleCase{"SubSamplesWrappingAround", [](DecoderBuffer& s) { s.subSamples = {Sub{0xffffffffu, 11}}; },
+        SampleCase{"SubSamplesWrappingAround",
+                   [](DecoderBuffer& s) {
+                       s.subSamples = {Sub{0xffffffffu, 11}};
+                   },
                    "sub-samples that do not cover the sample"},
-        SampleCase{"ClearWithSubSamples", [](DecoderBuffer& s) { MakeClear(s); s.subSamples = {Sub{10, 0}}; },
+        SampleCase{"ClearWithSubSamples",
+                   [](DecoderBuffer& s) {
+                       MakeClear(s);
+                       s.subSamples = {Sub{10, 0}};
+                   },
                    "a clear sample with encryption data"},
         SampleCase{"ClearWithIv", [](DecoderBuffer& s) { Put(s.keyId, s.keyIdSize, ""); },
                    "a clear sample with encryption data"},

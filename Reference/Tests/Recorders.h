@@ -109,7 +109,8 @@ inline boost::shared_ptr<unsigned char> Bytes(const std::string& text) {
     if (text.empty()) {
         return nullptr;
     }
-    boost::shared_ptr<unsigned char> bytes(new unsigned char[text.size()], boost::checked_array_deleter<unsigned char>());
+    boost::shared_ptr<unsigned char> bytes(new unsigned char[text.size()],
+                                           boost::checked_array_deleter<unsigned char>());
     std::memcpy(bytes.get(), text.data(), text.size());
     return bytes;
 }
@@ -143,7 +144,8 @@ inline Velmora::DecoderBuffer EncryptedSample(double timestampMs) {
     return sample;
 }
 
-inline boost::shared_ptr<Velmora::BackendEvent> Answer(std::int32_t sourceId, std::vector<Velmora::DecoderBuffer> samples) {
+inline boost::shared_ptr<Velmora::BackendEvent> Answer(std::int32_t sourceId,
+                                                       std::vector<Velmora::DecoderBuffer> samples) {
     const auto count = static_cast<std::uint32_t>(samples.size());
     return boost::make_shared<Velmora::WriteMseDataEvent>(
         sourceId, boost::make_shared<std::vector<Velmora::DecoderBuffer>>(std::move(samples)), count);

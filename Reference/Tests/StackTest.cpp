@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
-#include <thread>
 #include <stdexcept>
+#include <thread>
 
 #include "Recorders.h"
 #include "ReferenceUva.h"
@@ -66,16 +66,20 @@ using Kind = FaultInjector::Kind;
 INSTANTIATE_TEST_SUITE_P(
     Operations, Faults,
     ::testing::Values(
-        FaultCase{"GenerateKeyRequest", {Kind::StandardException, 0, false},
+        FaultCase{"GenerateKeyRequest",
+                  {Kind::StandardException, 0, false},
                   [](ReferenceUva& uva) { uva.LatestDrmBackend()->GenerateKeyRequest(Bytes(kKeyId), 16); },
                   "std::exception: injected fault in GenerateKeyRequest"},
         FaultCase{"CreateBackend", {Kind::Int, 7, true}, [](ReferenceUva& uva) { uva.CreateBackend(0); }, "int 7"},
-        FaultCase{"NextChannel", {Kind::MediaStackError, Velmora::ExceptionBase::NotSupported, true},
+        FaultCase{"NextChannel",
+                  {Kind::MediaStackError, Velmora::ExceptionBase::NotSupported, true},
                   [](ReferenceUva& uva) { uva.LatestBroadcastBackend()->NextChannel(); },
                   "ExceptionBase 2: injected fault in NextChannel"},
-        FaultCase{"ConnectEvent", {Kind::MediaStackError, Velmora::ExceptionBase::GenericError, false},
-                  [](ReferenceUva& uva) { uva.LatestMediaBackend()->ConnectEvent([](boost::shared_ptr<BackendEvent>) {}); },
-                  "ExceptionBase 1: injected fault in ConnectEvent"}),
+        FaultCase{
+            "ConnectEvent",
+            {Kind::MediaStackError, Velmora::ExceptionBase::GenericError, false},
+            [](ReferenceUva& uva) { uva.LatestMediaBackend()->ConnectEvent([](boost::shared_ptr<BackendEvent>) {}); },
+            "ExceptionBase 1: injected fault in ConnectEvent"}),
     [](const auto& info) { return std::string(info.param.operation); });
 
 // ---- The threaded clock -----------------------------------------------------------------------------

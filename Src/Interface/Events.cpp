@@ -56,8 +56,8 @@ DRMRightsErrorEvent::~DRMRightsErrorEvent() {
     FreeText(rightsIssuerUrl);
 }
 
-ParentalRatingEventBase::ParentalRatingEventBase(EventType eventType, const char* contentId_,
-                                                 const char* drmSystemId_, std::int32_t rating_)
+ParentalRatingEventBase::ParentalRatingEventBase(EventType eventType, const char* contentId_, const char* drmSystemId_,
+                                                 std::int32_t rating_)
     : BackendEvent(eventType), contentId(CopyText(contentId_)), drmSystemId(CopyText(drmSystemId_)), rating(rating_) {}
 ParentalRatingEventBase::~ParentalRatingEventBase() {
     FreeText(contentId);

@@ -68,19 +68,15 @@ std::string EventName(const Record& record) {
             return Wrapper::Utilities::ConvertEventIdToString(static_cast<BackendEvent::EventType>(record.code));
         case SlotKind::DrmEvent:
             return Wrapper::Utilities::ConvertEventIdToString(static_cast<DrmBackendEvent::EventType>(record.code));
-        default:
-            return "media-stack request";
+        default: return "media-stack request";
     }
 }
 
 const char* EventCategory(SlotKind kind) {
     switch (kind) {
-        case SlotKind::BackendEvent:
-            return "event";
-        case SlotKind::DrmEvent:
-            return "drm event";
-        default:
-            return "request";
+        case SlotKind::BackendEvent: return "event";
+        case SlotKind::DrmEvent: return "drm event";
+        default: return "request";
     }
 }
 

@@ -1,6 +1,5 @@
 #include "AvComponentWrapper.h"
 
-
 #include "CallGuard.h"
 #include "Log.h"
 #include "Utilities.h"

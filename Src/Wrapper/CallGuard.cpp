@@ -9,16 +9,11 @@ namespace Wrapper {
 
 UVA_STATUS StatusForErrorType(const LogSite& site, int errorType) {
     switch (errorType) {
-        case ExceptionBase::GenericError:
-            return UVA_STATUS_ERROR;
+        case ExceptionBase::GenericError: return UVA_STATUS_ERROR;
         case ExceptionBase::NotSupported:
-        case ExceptionBase::NotImplemented:
-            return UVA_STATUS_ERROR_2;
-        case ExceptionBase::InvalidState:
-            return UVA_STATUS_ERROR_3;
-        default:
-            VELMORA_LOG_QUIET(site, 5) << "Unknown error type caught: " << errorType;
-            return UVA_STATUS_ERROR;
+        case ExceptionBase::NotImplemented: return UVA_STATUS_ERROR_2;
+        case ExceptionBase::InvalidState: return UVA_STATUS_ERROR_3;
+        default: VELMORA_LOG_QUIET(site, 5) << "Unknown error type caught: " << errorType; return UVA_STATUS_ERROR;
     }
 }
 

@@ -83,8 +83,8 @@ template <typename Body>
 }
 
 template <typename Result, typename Body>
-[[gnu::cold, gnu::noinline]] Result Guarded(const CallPolicy& policy, Result failure, Body& body,
-                                            const void* backend, const char* operation) noexcept {
+[[gnu::cold, gnu::noinline]] Result Guarded(const CallPolicy& policy, Result failure, Body& body, const void* backend,
+                                            const char* operation) noexcept {
     Tracing::CallTimer timer(*policy.site, operation, backend);
     return timer.Returns(Unwatched::Guarded(policy, failure, body), failure);
 }

@@ -6,8 +6,8 @@
 
 #include "AvComponentWrapper.h"
 #include "Utilities.h"
-#include "WrapperTexts.h"
 #include "Velmora/Exceptions.h"
+#include "WrapperTexts.h"
 
 namespace Velmora {
 namespace Wrapper {
@@ -66,17 +66,10 @@ void ComponentRegistry::OnComponentChanged(const BackendEvent& event) {
         return;
     }
     switch (change->action) {
-        case ComponentChangedEvent::Added:
-            Add(change->component);
-            return;
-        case ComponentChangedEvent::Removed:
-            Remove(change->component);
-            return;
-        case ComponentChangedEvent::Changed:
-            Change(change->component);
-            return;
-        default:
-            throw GenericErrorException(kUnknownComponentAction);
+        case ComponentChangedEvent::Added: Add(change->component); return;
+        case ComponentChangedEvent::Removed: Remove(change->component); return;
+        case ComponentChangedEvent::Changed: Change(change->component); return;
+        default: throw GenericErrorException(kUnknownComponentAction);
     }
 }
 

@@ -11,8 +11,8 @@
 #include "EventTranslation.h"
 #include "Log.h"
 #include "Utilities.h"
-#include "WrapperTexts.h"
 #include "Velmora/Exceptions.h"
+#include "WrapperTexts.h"
 
 namespace Velmora {
 namespace Wrapper {
@@ -63,8 +63,7 @@ std::ostream& operator<<(std::ostream& line, const AsText& block) {
 
 DrmBackendWrapper::DrmBackendWrapper(boost::shared_ptr<IDrmBackend> impl, UVADRMClient* client)
     : impl(std::move(impl)), client(client) {
-    VELMORA_LOG(kLog, 2) << "DrmBackendWrapper (impl pointer): " << static_cast<const void*>(this->impl.get())
-                         << "; ";
+    VELMORA_LOG(kLog, 2) << "DrmBackendWrapper (impl pointer): " << static_cast<const void*>(this->impl.get()) << "; ";
     if (client == nullptr) {
         VELMORA_LOG(kLog, 5) << "DrmBackendWrapper Client is not set!";
         return;
@@ -90,94 +89,120 @@ IDrmBackend& DrmBackendWrapper::Drm() const {
 
 const char* DrmBackendWrapper::getId() const {
     static constexpr CallPolicy kPolicy = DrmCall("getId");
-    return Guarded(kPolicy, kNotAvailable, [&] {
-        VELMORA_LOG(kLog, 2) << Entry{"getId", impl};
-        // The back-end keeps its identifier alive; the browser reads these characters in place.
-        return Drm().GetId().c_str();
-    }, this);
+    return Guarded(
+        kPolicy, kNotAvailable,
+        [&] {
+            VELMORA_LOG(kLog, 2) << Entry{"getId", impl};
+            // The back-end keeps its identifier alive; the browser reads these characters in place.
+            return Drm().GetId().c_str();
+        },
+        this);
 }
 
 const char* DrmBackendWrapper::getOIPFId() const {
     static constexpr CallPolicy kPolicy = DrmCall("getOIPFId");
-    return Guarded(kPolicy, kNotAvailable, [&] {
-        VELMORA_LOG(kLog, 2) << Entry{"getOIPFId", impl};
-        const char* id = Drm().GetOIPFId().c_str();
-        VELMORA_LOG(kLog, 2) << "getOIPFId" << "Received " << id << " from impl.";
-        return id;
-    }, this);
+    return Guarded(
+        kPolicy, kNotAvailable,
+        [&] {
+            VELMORA_LOG(kLog, 2) << Entry{"getOIPFId", impl};
+            const char* id = Drm().GetOIPFId().c_str();
+            VELMORA_LOG(kLog, 2) << "getOIPFId"
+                                 << "Received " << id << " from impl.";
+            return id;
+        },
+        this);
 }
 
 UVA_STATUS DrmBackendWrapper::generateKeyRequest(const unsigned char* init_data, unsigned int init_data_size) {
     static constexpr CallPolicy kPolicy = DrmCall("generateKeyRequest");
-    return Guarded(kPolicy, [&] {
-        VELMORA_LOG(kLog, 2) << Entry{"generateKeyRequest", impl} << " Value of init_data is : "
-                             << AsText{init_data, init_data_size}
-                             << " Value of init_data_size is : " << init_data_size;
-        return StatusOf(Drm().GenerateKeyRequest(Utilities::CopyToSharedBytes(init_data, init_data_size),
-                                                 init_data_size));
-    }, this);
+    return Guarded(
+        kPolicy,
+        [&] {
+            VELMORA_LOG(kLog, 2) << Entry{"generateKeyRequest", impl}
+                                 << " Value of init_data is : " << AsText{init_data, init_data_size}
+                                 << " Value of init_data_size is : " << init_data_size;
+            return StatusOf(
+                Drm().GenerateKeyRequest(Utilities::CopyToSharedBytes(init_data, init_data_size), init_data_size));
+        },
+        this);
 }
 
 UVA_STATUS DrmBackendWrapper::addKey(const unsigned char* key, unsigned int key_size, const unsigned char* init_data,
                                      unsigned int init_data_size, const char* session_id) {
     static constexpr CallPolicy kPolicy = DrmCall("addKey");
-    return Guarded(kPolicy, [&] {
-        VELMORA_LOG(kLog, 2) << Entry{"addKey", impl} << " Key value: " << AsText{key, key_size} << "; "
-                             << "; key_size: " << key_size << " Value of init_data is : "
-                             << AsText{init_data, init_data_size}
-                             << "; init_data_size: " << init_data_size;
-        // Named copies: the key is copied before the init data, whatever order the compiler picks for arguments.
-        const boost::shared_ptr<unsigned char> keyCopy = Utilities::CopyToSharedBytes(key, key_size);
-        const boost::shared_ptr<unsigned char> initDataCopy = Utilities::CopyToSharedBytes(init_data, init_data_size);
-        return StatusOf(Drm().AddKey(keyCopy, key_size, initDataCopy, init_data_size,
-                                     Utilities::TextOrEmpty(session_id)));
-    }, this);
+    return Guarded(
+        kPolicy,
+        [&] {
+            VELMORA_LOG(kLog, 2) << Entry{"addKey", impl} << " Key value: " << AsText{key, key_size} << "; "
+                                 << "; key_size: " << key_size
+                                 << " Value of init_data is : " << AsText{init_data, init_data_size}
+                                 << "; init_data_size: " << init_data_size;
+            // Named copies: the key is copied before the init data, whatever order the compiler picks for arguments.
+            const boost::shared_ptr<unsigned char> keyCopy = Utilities::CopyToSharedBytes(key, key_size);
+            const boost::shared_ptr<unsigned char> initDataCopy =
+                Utilities::CopyToSharedBytes(init_data, init_data_size);
+            return StatusOf(
+                Drm().AddKey(keyCopy, key_size, initDataCopy, init_data_size, Utilities::TextOrEmpty(session_id)));
+        },
+        this);
 }
 
 UVA_STATUS DrmBackendWrapper::cancelKeyRequest(const char* session_id) {
     static constexpr CallPolicy kPolicy = DrmCall("cancelKeyRequest");
-    return Guarded(kPolicy, [&] {
-        VELMORA_LOG(kLog, 2) << Entry{"cancelKeyRequest", impl};
-        return StatusOf(Drm().CancelKeyRequest(Utilities::TextOrEmpty(session_id)));
-    }, this);
+    return Guarded(
+        kPolicy,
+        [&] {
+            VELMORA_LOG(kLog, 2) << Entry{"cancelKeyRequest", impl};
+            return StatusOf(Drm().CancelKeyRequest(Utilities::TextOrEmpty(session_id)));
+        },
+        this);
 }
 
 UVA_STATUS DrmBackendWrapper::getKeyReleases() {
     static constexpr CallPolicy kPolicy = DrmCall("getKeyReleases");
-    return Guarded(kPolicy, [&] {
-        VELMORA_LOG(kLog, 2) << Entry{"getKeyReleases", impl};
-        return StatusOf(Drm().GetKeyReleases());
-    }, this);
+    return Guarded(
+        kPolicy,
+        [&] {
+            VELMORA_LOG(kLog, 2) << Entry{"getKeyReleases", impl};
+            return StatusOf(Drm().GetKeyReleases());
+        },
+        this);
 }
 
 UVA_STATUS DrmBackendWrapper::addKeyReleaseCommit(const unsigned char* data, unsigned int size,
                                                   const char* session_id) {
     static constexpr CallPolicy kPolicy = DrmCall("addKeyReleaseCommit");
-    return Guarded(kPolicy, [&] {
-        VELMORA_LOG(kLog, 2) << Entry{"addKeyReleaseCommit", impl};
-        const boost::shared_ptr<unsigned char> dataCopy = Utilities::CopyToSharedBytes(data, size);
-        return StatusOf(Drm().AddKeyReleaseCommit(dataCopy, size, Utilities::TextOrEmpty(session_id)));
-    }, this);
+    return Guarded(
+        kPolicy,
+        [&] {
+            VELMORA_LOG(kLog, 2) << Entry{"addKeyReleaseCommit", impl};
+            const boost::shared_ptr<unsigned char> dataCopy = Utilities::CopyToSharedBytes(data, size);
+            return StatusOf(Drm().AddKeyReleaseCommit(dataCopy, size, Utilities::TextOrEmpty(session_id)));
+        },
+        this);
 }
 
 UVA_STATUS DrmBackendWrapper::sendDRMMessage(const char* msg_type, const char* msg, char*& result) {
     static constexpr CallPolicy kPolicy = DrmCall("sendDRMMessage");
-    return Guarded(kPolicy, [&] {
-        VELMORA_LOG(kLog, 2) << Entry{"sendDRMMessage", impl};
-        const std::string message = Utilities::TextOrEmpty(msg);
-        const std::string messageType = Utilities::TextOrEmpty(msg_type);
-        std::string sessionId;
-        if (!Drm().SendDrmMessage(messageType, message, sessionId)) {
-            throw GenericErrorException(kSendDrmMessageFailed);
-        }
-        // The browser frees the session id with free().
-        result = static_cast<char*>(std::malloc(sessionId.size() + 1));
-        if (result == nullptr) {
-            throw GenericErrorException(kSessionIdAllocationFailed);
-        }
-        std::strcpy(result, sessionId.c_str());
-        return UVA_STATUS_OK;
-    }, this);
+    return Guarded(
+        kPolicy,
+        [&] {
+            VELMORA_LOG(kLog, 2) << Entry{"sendDRMMessage", impl};
+            const std::string message = Utilities::TextOrEmpty(msg);
+            const std::string messageType = Utilities::TextOrEmpty(msg_type);
+            std::string sessionId;
+            if (!Drm().SendDrmMessage(messageType, message, sessionId)) {
+                throw GenericErrorException(kSendDrmMessageFailed);
+            }
+            // The browser frees the session id with free().
+            result = static_cast<char*>(std::malloc(sessionId.size() + 1));
+            if (result == nullptr) {
+                throw GenericErrorException(kSessionIdAllocationFailed);
+            }
+            std::strcpy(result, sessionId.c_str());
+            return UVA_STATUS_OK;
+        },
+        this);
 }
 
 // The media stack decrypts by itself: the browser gets no decrypters. These answer without a guard, so
@@ -206,13 +231,12 @@ void DrmBackendWrapper::DrmBackendEventHandler(boost::shared_ptr<DrmBackendEvent
         VELMORA_LOG(kLog, 5) << "DrmBackendEventHandler" << kNullEventIgnored;
         return;
     }
-    VELMORA_LOG(kLog, 2) << "DrmBackendEventHandler" << "; (sending event to Opera) "
-                         << Utilities::ConvertEventIdToString(event->type);
+    VELMORA_LOG(kLog, 2) << "DrmBackendEventHandler"
+                         << "; (sending event to Opera) " << Utilities::ConvertEventIdToString(event->type);
     UVADRMEvent* browserEvent = TranslateDrmEvent(*event);
     if (browserEvent == nullptr) {
         // The DRM wrapper has always reported these under the media wrapper's wording.
-        VELMORA_LOG(kLog, 5) << kMediaEventNotHandled
-                             << Utilities::ConvertEventIdToString(event->type);
+        VELMORA_LOG(kLog, 5) << kMediaEventNotHandled << Utilities::ConvertEventIdToString(event->type);
         return;
     }
     if (client != nullptr) {

@@ -60,5 +60,7 @@ VELMORA_EXPORT UVA_STATUS UVADRM_ReleaseBackend(UVADRMBackend* backend) {
 }
 
 // Answers by itself: the list is fixed and does not depend on the media stack.
-VELMORA_EXPORT UVA_STATUS UVADRM_GetSupportedBackendIDs(const char**& ids) { return Velmora::ListSupportedKeySystems(ids); }
+VELMORA_EXPORT UVA_STATUS UVADRM_GetSupportedBackendIDs(const char**& ids) {
+    return Velmora::ListSupportedKeySystems(ids);
+}
 }

@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "Utilities.h"
-#include "WrapperTexts.h"
 #include "Velmora/Exceptions.h"
+#include "WrapperTexts.h"
 
 namespace Velmora {
 namespace Wrapper {
@@ -93,8 +93,7 @@ std::unique_ptr<UVAEvent> TranslateMediaEvent(const BackendEvent& event, UVAEven
         case BackendEvent::BufferingProgress:
         case BackendEvent::BufferingNetworkError:
         case BackendEvent::BufferingIdle:
-        case BackendEvent::BufferingStreamBuffered:
-            return std::make_unique<UVAEvent>(browserType);
+        case BackendEvent::BufferingStreamBuffered: return std::make_unique<UVAEvent>(browserType);
         case BackendEvent::NeedData:
             return Translated<Velmora::NeedDataEvent, ::NeedDataEvent>(event, [](const auto& from, auto& to) {
                 to.sourceId = from.first;
@@ -140,11 +139,9 @@ std::unique_ptr<UVAEvent> TranslateMediaEvent(const BackendEvent& event, UVAEven
         case BackendEvent::BufferingStreamUnderrun:
             return Translated<Velmora::BufferingStreamUnderrunEvent, ::BufferingStreamUnderrunEvent>(
                 event, [](const auto& from, auto& to) { to.bufferLevel = from.bufferLevel; });
-        default:
-            return nullptr;
+        default: return nullptr;
     }
 }
-
 
 // Broadcast
 
@@ -204,7 +201,6 @@ std::unique_ptr<UVAEvent> TranslateBroadcastEvent(const BackendEvent& event) {
         }
     }
 }
-
 
 // DRM
 

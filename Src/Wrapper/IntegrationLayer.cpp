@@ -29,7 +29,9 @@ IntegrationLayer::~IntegrationLayer() {
 
 IUva* IntegrationLayer::GetUvaImpl() { return registry->GetUvaImpl(); }
 
-boost::shared_ptr<IBackend> IntegrationLayer::GetActiveMediaBackendImpl() { return registry->GetActiveMediaBackendImpl(); }
+boost::shared_ptr<IBackend> IntegrationLayer::GetActiveMediaBackendImpl() {
+    return registry->GetActiveMediaBackendImpl();
+}
 
 boost::shared_ptr<IBackend> IntegrationLayer::GetActiveVideoBroadcastImpl() {
     return registry->GetActiveVideoBroadcastImpl();

@@ -75,11 +75,10 @@ unsigned long DroppedLogLines() noexcept;
 }  // namespace Wrapper
 }  // namespace Velmora
 
-#define VELMORA_LOG_WITH(emitter, site, level)                   \
-    !::Velmora::Wrapper::LogEnabled((site), (level))             \
-        ? static_cast<void>(0)                                   \
-        : ::Velmora::Wrapper::emitter() &                        \
-              ::Velmora::Wrapper::LogLine((site), (level), __LINE__).Stream()
+#define VELMORA_LOG_WITH(emitter, site, level)       \
+    !::Velmora::Wrapper::LogEnabled((site), (level)) \
+        ? static_cast<void>(0)                       \
+        : ::Velmora::Wrapper::emitter() & ::Velmora::Wrapper::LogLine((site), (level), __LINE__).Stream()
 
 #define VELMORA_LOG(site, level) VELMORA_LOG_WITH(LogEmitter, site, level)
 #define VELMORA_LOG_QUIET(site, level) VELMORA_LOG_WITH(QuietLogEmitter, site, level)

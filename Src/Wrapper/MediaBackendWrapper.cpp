@@ -14,8 +14,8 @@
 #include "Log.h"
 #include "MediaSourceSamples.h"
 #include "Utilities.h"
-#include "WrapperTexts.h"
 #include "Velmora/Exceptions.h"
+#include "WrapperTexts.h"
 
 namespace Velmora {
 namespace Wrapper {
@@ -56,7 +56,6 @@ constexpr CallPolicy MediaCall(const char* name, int exceptionBaseLevel = 5) {
 
 // "No" is an answer, not a failure.
 UVA_STATUS AnswerOf(bool yes) { return yes ? UVA_STATUS_OK : UVA_STATUS_ERROR_2; }
-
 
 // Sources
 
@@ -290,8 +289,7 @@ UVA_STATUS MediaBackendWrapper::setSource(const char* url) {
 
 UVA_STATUS MediaBackendWrapper::onListenerChanged(const char* listener) {
     static constexpr CallPolicy kPolicy = MediaCall("onListenerChanged");
-    return Forward(kPolicy,
-                   [&](IMediaBackend& media) { media.OnListenerChanged(Utilities::TextOrEmpty(listener)); });
+    return Forward(kPolicy, [&](IMediaBackend& media) { media.OnListenerChanged(Utilities::TextOrEmpty(listener)); });
 }
 
 // The media stack only knows "aggressive or not".
@@ -308,59 +306,68 @@ UVA_STATUS MediaBackendWrapper::getBytesInBuffer(unsigned int& bytes) {
 
 UVA_STATUS MediaBackendWrapper::setKeySystem(const char* keySystem) {
     static constexpr CallPolicy kPolicy = MediaCall("setKeySystem");
-    return Forward(kPolicy,
-                   [&](IMediaBackend& media) { media.SetKeySystem(Utilities::TextOrEmpty(keySystem)); });
+    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetKeySystem(Utilities::TextOrEmpty(keySystem)); });
 }
 
 // Queueing is accepted and dropped: the media stack plays one source at a time.
 UVA_STATUS MediaBackendWrapper::queue(const char* url) {
     static constexpr CallPolicy kPolicy = MediaCall("queue");
-    return Guarded(kPolicy, [&] {
-        VELMORA_LOG(kLog, 2) << "queue : " << Utilities::TextOrEmpty(url);
-        Media();
-        return UVA_STATUS_OK;
-    }, this);
+    return Guarded(
+        kPolicy,
+        [&] {
+            VELMORA_LOG(kLog, 2) << "queue : " << Utilities::TextOrEmpty(url);
+            Media();
+            return UVA_STATUS_OK;
+        },
+        this);
 }
 
 // Sources
 
 UVA_STATUS MediaBackendWrapper::initBackend(const char* url, SourceDescription** sources, bool flag) {
     static constexpr CallPolicy policy{&kLog, "initBackend", kCallFailure, 5, kInitBackendUnknownFailure};
-    return Guarded(policy, [&] {
-        IMediaBackend& media = Media();
-        // An empty list is refused like a missing one, before any type is read.
-        if (sources == nullptr || sources[0] == nullptr) {
-            VELMORA_LOG(kLog, 5) << kNoSources;
-            return UVA_STATUS_ERROR;
-        }
-        const SourceDescription& first = *sources[0];
-        if (first.type < SourceDescription::SOURCE_VIDEO || first.type > SourceDescription::SOURCE_BACKEND_STREAMING) {
-            throw GenericErrorException(kInvalidSourceType);
-        }
-        if (first.type == SourceDescription::SOURCE_BACKEND_STREAMING) {
-            // The back-end fetches the stream itself; only the first description counts.
-            media.InitBackend(Utilities::TextOrEmpty(url),
-                              IBackend::SourceDescriptionBackendStreaming{Utilities::TextOrEmpty(first.url)}, flag);
-        } else {
-            media.InitBackend(Utilities::TextOrEmpty(url), StreamingSourcesOf(sources), flag);
-        }
-        DeleteSources(sources);
-        return UVA_STATUS_OK;
-    }, this);
+    return Guarded(
+        policy,
+        [&] {
+            IMediaBackend& media = Media();
+            // An empty list is refused like a missing one, before any type is read.
+            if (sources == nullptr || sources[0] == nullptr) {
+                VELMORA_LOG(kLog, 5) << kNoSources;
+                return UVA_STATUS_ERROR;
+            }
+            const SourceDescription& first = *sources[0];
+            if (first.type < SourceDescription::SOURCE_VIDEO ||
+                first.type > SourceDescription::SOURCE_BACKEND_STREAMING) {
+                throw GenericErrorException(kInvalidSourceType);
+            }
+            if (first.type == SourceDescription::SOURCE_BACKEND_STREAMING) {
+                // The back-end fetches the stream itself; only the first description counts.
+                media.InitBackend(Utilities::TextOrEmpty(url),
+                                  IBackend::SourceDescriptionBackendStreaming{Utilities::TextOrEmpty(first.url)}, flag);
+            } else {
+                media.InitBackend(Utilities::TextOrEmpty(url), StreamingSourcesOf(sources), flag);
+            }
+            DeleteSources(sources);
+            return UVA_STATUS_OK;
+        },
+        this);
 }
 
 // Unlike initBackend, any source type is passed on.
 UVA_STATUS MediaBackendWrapper::attachSource(SourceDescription* source) {
     static constexpr CallPolicy kPolicy = MediaCall("attachSource");
-    return Guarded(kPolicy, [&] {
-        IMediaBackend& media = Media();
-        if (source == nullptr) {
-            throw GenericErrorException(kNullSource);
-        }
-        media.AttachSource(StreamingSourceOf(*source));
-        delete source;
-        return UVA_STATUS_OK;
-    }, this);
+    return Guarded(
+        kPolicy,
+        [&] {
+            IMediaBackend& media = Media();
+            if (source == nullptr) {
+                throw GenericErrorException(kNullSource);
+            }
+            media.AttachSource(StreamingSourceOf(*source));
+            delete source;
+            return UVA_STATUS_OK;
+        },
+        this);
 }
 
 // Media Source data
@@ -369,58 +376,70 @@ UVA_STATUS MediaBackendWrapper::writeData(UVAEvent* event, unsigned int size, Wr
     // The browser's event is ours whatever happens.
     const std::unique_ptr<UVAEvent> answer(event);
     static constexpr CallPolicy policy{&kLog, "writeData", kWriteDataCallFailure};
-    return Guarded(policy, [&] {
-        PassOnAnswer(Media(), answer.get(), size, status);
-        return UVA_STATUS_OK;
-    }, this);
+    return Guarded(
+        policy,
+        [&] {
+            PassOnAnswer(Media(), answer.get(), size, status);
+            return UVA_STATUS_OK;
+        },
+        this);
 }
 
 // Capabilities
 
 UVA_STATUS MediaBackendWrapper::canPlayType(const char* type, const char** codecs, const char* keySystem) {
     static constexpr CallPolicy kPolicy = MediaCall("canPlayType");
-    return Guarded(kPolicy, [&] {
-        IMediaBackend& media = Media();
-        std::vector<std::string> codecList;
-        for (const char** codec = codecs; codec != nullptr && *codec != nullptr; ++codec) {
-            codecList.emplace_back(*codec);
-        }
-        if (media.CanPlayType(Utilities::TextOrEmpty(type), codecList, Utilities::TextOrEmpty(keySystem))) {
-            return UVA_STATUS_OK;
-        }
-        VELMORA_LOG(kLog, 4) << kCannotPlayType;
-        return AnswerOf(false);
-    }, this);
+    return Guarded(
+        kPolicy,
+        [&] {
+            IMediaBackend& media = Media();
+            std::vector<std::string> codecList;
+            for (const char** codec = codecs; codec != nullptr && *codec != nullptr; ++codec) {
+                codecList.emplace_back(*codec);
+            }
+            if (media.CanPlayType(Utilities::TextOrEmpty(type), codecList, Utilities::TextOrEmpty(keySystem))) {
+                return UVA_STATUS_OK;
+            }
+            VELMORA_LOG(kLog, 4) << kCannotPlayType;
+            return AnswerOf(false);
+        },
+        this);
 }
 
 UVA_STATUS MediaBackendWrapper::canPlayURL(const char* url) {
     static constexpr CallPolicy kPolicy = MediaCall("canPlayURL");
-    return Guarded(kPolicy, [&] {
-        if (url == nullptr) {
-            throw GenericErrorException(kNullUrl);
-        }
-        return AnswerOf(Media().CanPlayURL(url));
-    }, this);
+    return Guarded(
+        kPolicy,
+        [&] {
+            if (url == nullptr) {
+                throw GenericErrorException(kNullUrl);
+            }
+            return AnswerOf(Media().CanPlayURL(url));
+        },
+        this);
 }
 
 UVA_STATUS MediaBackendWrapper::getSupportedMimetypes(char**& types) {
     static constexpr CallPolicy kPolicy = MediaCall("getSupportedMimetypes");
-    return Guarded(kPolicy, [&] {
-        std::vector<std::string> supported;
-        Media().GetSupportedMimetypes(supported);
-        types = Utilities::NullTerminatedArray<char>(supported.size());
-        // A 16-bit index: longer lists wrap over their first entries. A known limit, kept as it is.
-        std::uint16_t index = 0;
-        for (const std::string& type : supported) {
-            types[index] = strdup(type.c_str());
-            if (types[index] == nullptr) {
-                throw GenericErrorException(kMimetypesOutOfMemory);
+    return Guarded(
+        kPolicy,
+        [&] {
+            std::vector<std::string> supported;
+            Media().GetSupportedMimetypes(supported);
+            types = Utilities::NullTerminatedArray<char>(supported.size());
+            // A 16-bit index: longer lists wrap over their first entries. A known limit, kept as it is.
+            std::uint16_t index = 0;
+            for (const std::string& type : supported) {
+                types[index] = strdup(type.c_str());
+                if (types[index] == nullptr) {
+                    throw GenericErrorException(kMimetypesOutOfMemory);
+                }
+                ++index;
             }
-            ++index;
-        }
-        types[index] = nullptr;
-        return UVA_STATUS_OK;
-    }, this);
+            types[index] = nullptr;
+            return UVA_STATUS_OK;
+        },
+        this);
 }
 
 void MediaBackendWrapper::GetDRMBackend(std::string keySystemId, IDrmBackend*& drmBackend) {
@@ -448,18 +467,21 @@ void MediaBackendWrapper::GetDRMBackend(std::string keySystemId, IDrmBackend*& d
 
 UVA_STATUS MediaBackendWrapper::ReportTimeRanges(const CallPolicy& policy, TimeRangeQuery query,
                                                  TimeRange**& timeRanges) {
-    return Guarded(policy, [&] {
-        std::vector<IBackend::ByteRange> byteRanges;  // not reported to the browser
-        std::vector<IBackend::TimeRange> ranges;
-        const bool answer = (Media().*query)(byteRanges, ranges);
-        timeRanges = Utilities::NullTerminatedArray<TimeRange>(ranges.size());
-        for (std::size_t index = 0; index < ranges.size(); ++index) {
-            // In the media stack's own unit, unscaled; exact, as every 32-bit value is a double.
-            timeRanges[index] =
-                new TimeRange{static_cast<double>(ranges[index].start), static_cast<double>(ranges[index].end)};
-        }
-        return StatusOf(answer);
-    }, this, policy.name);
+    return Guarded(
+        policy,
+        [&] {
+            std::vector<IBackend::ByteRange> byteRanges;  // not reported to the browser
+            std::vector<IBackend::TimeRange> ranges;
+            const bool answer = (Media().*query)(byteRanges, ranges);
+            timeRanges = Utilities::NullTerminatedArray<TimeRange>(ranges.size());
+            for (std::size_t index = 0; index < ranges.size(); ++index) {
+                // In the media stack's own unit, unscaled; exact, as every 32-bit value is a double.
+                timeRanges[index] =
+                    new TimeRange{static_cast<double>(ranges[index].start), static_cast<double>(ranges[index].end)};
+            }
+            return StatusOf(answer);
+        },
+        this, policy.name);
 }
 
 UVA_STATUS MediaBackendWrapper::getBufferedTimeRanges(ByteRange** /*byteRanges*/, TimeRange**& timeRanges) {
@@ -483,17 +505,20 @@ namespace {
 
 UVA_STATUS MediaBackendWrapper::getNativeSize(int& width, int& height, double& aspectRatio) {
     static constexpr CallPolicy kPolicy = MediaCall("getNativeSize");
-    return Guarded(kPolicy, [&] {
-        unsigned short nativeWidth = 0;
-        unsigned short nativeHeight = 0;
-        const bool answer = Media().GetNativeSize(nativeWidth, nativeHeight, aspectRatio);
-        width = nativeWidth;
-        height = nativeHeight;
-        if (LogEnabled(kLog, 2)) {
-            LogNativeSize(width, height);
-        }
-        return StatusOf(answer);
-    }, this);
+    return Guarded(
+        kPolicy,
+        [&] {
+            unsigned short nativeWidth = 0;
+            unsigned short nativeHeight = 0;
+            const bool answer = Media().GetNativeSize(nativeWidth, nativeHeight, aspectRatio);
+            width = nativeWidth;
+            height = nativeHeight;
+            if (LogEnabled(kLog, 2)) {
+                LogNativeSize(width, height);
+            }
+            return StatusOf(answer);
+        },
+        this);
 }
 
 // Component selection
@@ -508,7 +533,8 @@ UVA_STATUS MediaBackendWrapper::unselectComponent(AVComponent* component) {
 
 UVA_STATUS MediaBackendWrapper::ChangeSelection(Selection which, AVComponent* component) {
     const char* const name = ComponentRegistry::OperationName(which);
-    return Guarded(MediaCall(name), [&] { return components.ChangeSelection(Media(), which, component); }, this, name);
+    return Guarded(
+        MediaCall(name), [&] { return components.ChangeSelection(Media(), which, component); }, this, name);
 }
 
 // Events
@@ -516,9 +542,7 @@ UVA_STATUS MediaBackendWrapper::ChangeSelection(Selection which, AVComponent* co
 namespace {
 
 // The slot's lines are built out of line, so that passing an event on costs no text machinery.
-[[gnu::cold, gnu::noinline]] void LogNullEvent() {
-    VELMORA_LOG(kLog, 5) << "MediaBackendEvent" << kNullEventIgnored;
-}
+[[gnu::cold, gnu::noinline]] void LogNullEvent() { VELMORA_LOG(kLog, 5) << "MediaBackendEvent" << kNullEventIgnored; }
 
 [[gnu::cold, gnu::noinline]] void LogSending(BackendEvent::EventType code) noexcept {
     // Without memory for this line the event, a component's removal above all, is still handled.

@@ -44,9 +44,8 @@ public:
     template <typename Base, typename Object>
     static boost::shared_ptr<Base> Own(Object* object, const SlotGate& gate) {
         const boost::shared_ptr<State> state = gate.state_;
-        return boost::shared_ptr<Base>(object, [state](Base* held) noexcept {
-            CloseAndDelete(*state, &DeleteAs<Base>, held);
-        });
+        return boost::shared_ptr<Base>(object,
+                                       [state](Base* held) noexcept { CloseAndDelete(*state, &DeleteAs<Base>, held); });
     }
 
 private:

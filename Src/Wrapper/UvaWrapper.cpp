@@ -31,8 +31,9 @@ constexpr CallPolicy RegistryCall(const char* name, const char* failureSentence,
 
 template <typename List, typename Raw>
 typename List::iterator Find(List& list, Raw pointer) {
-    return std::find_if(list.begin(), list.end(),
-                        [pointer](const typename List::value_type& element) { return SearchPredicate(element, pointer); });
+    return std::find_if(list.begin(), list.end(), [pointer](const typename List::value_type& element) {
+        return SearchPredicate(element, pointer);
+    });
 }
 
 // Holds `wrapper` in `list` until the browser releases it; its last release closes its gate first.
@@ -52,33 +53,38 @@ struct ReleaseTexts {
 
 constexpr ReleaseTexts kReleaseMedia{RegistryCall("ReleaseBackend", kMediaFailure, kUnknownException), "uvaBackends",
                                      " Uva attempts to release invalid media backend resource."};
-constexpr ReleaseTexts kReleaseDrm{RegistryCall("ReleaseDrmBackend", kDrmFailure, kUnknownException),
-                                   "uvaDrmBackends", " Uva attempts to release invalid drm backend resource."};
+constexpr ReleaseTexts kReleaseDrm{RegistryCall("ReleaseDrmBackend", kDrmFailure, kUnknownException), "uvaDrmBackends",
+                                   " Uva attempts to release invalid drm backend resource."};
 
 // Drops the registry's hold on `backend`; `beforeRelease` runs once it is known.
 template <typename Browser, typename BeforeRelease>
-UVA_STATUS Release(HeldList<Browser>& list, Browser* backend, const ReleaseTexts& texts, BeforeRelease&& beforeRelease) {
-    return Guarded(texts.policy, [&] {
-        VELMORA_LOG(kLog, 2) << kLog.prefix << texts.policy.name << " ..entering. Currently " << texts.listName
-                             << ".size(): " << list.size() << kLog.suffix;
-        const auto position = Find(list, backend);
-        if (position == list.end()) {
-            VELMORA_LOG(kLog, 5) << kLog.prefix << texts.policy.name << texts.unknownBackend << kLog.suffix;
-            return UVA_STATUS_ERROR;
-        }
-        beforeRelease();
-        list.erase(position);
-        // Released whatever happens to the line: the browser must not be told otherwise.
-        VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << texts.policy.name << "...finished. Now " << texts.listName
-                                   << ".size(): " << list.size() << kLog.suffix;
-        return UVA_STATUS_OK;
-    }, backend, texts.policy.name);
+UVA_STATUS Release(HeldList<Browser>& list, Browser* backend, const ReleaseTexts& texts,
+                   BeforeRelease&& beforeRelease) {
+    return Guarded(
+        texts.policy,
+        [&] {
+            VELMORA_LOG(kLog, 2) << kLog.prefix << texts.policy.name << " ..entering. Currently " << texts.listName
+                                 << ".size(): " << list.size() << kLog.suffix;
+            const auto position = Find(list, backend);
+            if (position == list.end()) {
+                VELMORA_LOG(kLog, 5) << kLog.prefix << texts.policy.name << texts.unknownBackend << kLog.suffix;
+                return UVA_STATUS_ERROR;
+            }
+            beforeRelease();
+            list.erase(position);
+            // Released whatever happens to the line: the browser must not be told otherwise.
+            VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << texts.policy.name << "...finished. Now " << texts.listName
+                                       << ".size(): " << list.size() << kLog.suffix;
+            return UVA_STATUS_OK;
+        },
+        backend, texts.policy.name);
 }
 
 }  // namespace
 
 UvaWrapper::UvaWrapper(IUva* impl) : broadcastBackendCount(0), _impl(impl) {
-    VELMORA_LOG(kLog, 2) << kLog.prefix << "UvaWrapper" << " _impl: " << static_cast<const void*>(impl) << kLog.suffix;
+    VELMORA_LOG(kLog, 2) << kLog.prefix << "UvaWrapper"
+                         << " _impl: " << static_cast<const void*>(impl) << kLog.suffix;
     using namespace boost::placeholders;
     Callbacks callbacks;
     callbacks.requestBackend = boost::bind(&UvaWrapper::RequestBackend, this, _1, _2);
@@ -93,23 +99,20 @@ UvaWrapper::UvaWrapper(IUva* impl) : broadcastBackendCount(0), _impl(impl) {
 UvaWrapper::~UvaWrapper() { gate.Close(); }
 
 UVABackend* UvaWrapper::RequestBackend(UVABackend::UVABackendType type, UVAClient* client) {
-    VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestBackend" << " type: " << static_cast<int>(type)
-                               << kLog.suffix;
+    VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestBackend"
+                               << " type: " << static_cast<int>(type) << kLog.suffix;
     static constexpr CallPolicy kPolicy =
         RegistryCall("RequestBackend", kMediaFailure, "Unknown exception caught in UVAWrapper::RequestBackend");
-    UVABackend* const added =
-        Guarded(kPolicy, static_cast<UVABackend*>(nullptr), [&]() -> UVABackend* {
-                    switch (type) {
-                        case UVABackend::TYPE_MEDIA:
-                        case UVABackend::TYPE_MEDIA_SOURCE:
-                            return AddMediaBackend(type, client);
-                        case UVABackend::TYPE_VIDEO_BROADCAST:
-                            return AddBroadcastBackend(client);
-                        default:
-                            throw GenericErrorException("Uva Backend request failed!");
-                    }
-                });
-    VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestBackend" << " Now added: " << static_cast<const void*>(added)
+    UVABackend* const added = Guarded(kPolicy, static_cast<UVABackend*>(nullptr), [&]() -> UVABackend* {
+        switch (type) {
+            case UVABackend::TYPE_MEDIA:
+            case UVABackend::TYPE_MEDIA_SOURCE: return AddMediaBackend(type, client);
+            case UVABackend::TYPE_VIDEO_BROADCAST: return AddBroadcastBackend(client);
+            default: throw GenericErrorException("Uva Backend request failed!");
+        }
+    });
+    VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestBackend"
+                               << " Now added: " << static_cast<const void*>(added)
                                << ". Number of backends in uvaBackends: " << uvaBackends.size() << kLog.suffix;
     return added;
 }
@@ -126,7 +129,8 @@ UVABackend* UvaWrapper::AddBroadcastBackend(UVAClient* client) {
     activeBroadcastBackend = held;
     // The media stack may look up broadcast back-ends only while at least one lives.
     if (++broadcastBackendCount == 1) {
-        handleLookupConnection = _impl->ConnectHandleLookup(gate.Bind<&UvaWrapper::GetBackendByVideoBroadcastHandle>(this));
+        handleLookupConnection =
+            _impl->ConnectHandleLookup(gate.Bind<&UvaWrapper::GetBackendByVideoBroadcastHandle>(this));
     }
     return held.get();
 }
@@ -140,23 +144,24 @@ UVA_STATUS UvaWrapper::ReleaseBackend(UVABackend* backend) {
 }
 
 UVADRMBackend* UvaWrapper::RequestDrmBackend(const char* keySystemId, UVADRMClient* client) {
-    VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestDrmBackend" << " id: "
-                               << (keySystemId != nullptr ? keySystemId : " empty id!; ") << " client: "
-                               << static_cast<const void*>(client) << kLog.suffix;
+    VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestDrmBackend"
+                               << " id: " << (keySystemId != nullptr ? keySystemId : " empty id!; ")
+                               << " client: " << static_cast<const void*>(client) << kLog.suffix;
     static constexpr CallPolicy kPolicy =
         RegistryCall("RequestDrmBackend", kDrmFailure, "Unknown exception caught in UVAWrapper::RequestDrmBackend");
     UVADRMBackend* const added =
         Guarded(kPolicy, static_cast<UVADRMBackend*>(nullptr), [&] { return AddDrmBackend(keySystemId, client); });
-    VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestDrmBackend" << " ------ Now added: "
-                               << static_cast<const void*>(added)
+    VELMORA_LOG_QUIET(kLog, 2) << kLog.prefix << "RequestDrmBackend"
+                               << " ------ Now added: " << static_cast<const void*>(added)
                                << ". Number of backends in uvaDrmBackends: " << uvaDrmBackends.size() << kLog.suffix;
     return added;
 }
 
 UVADRMBackend* UvaWrapper::AddDrmBackend(const char* keySystemId, UVADRMClient* client) {
     // Whether the key system is supported is the media stack's decision.
-    return Hold<UVADRMBackend>(uvaDrmBackends,
-                               new DrmBackendWrapper(_impl->CreateDrmBackend(Utilities::TextOrEmpty(keySystemId)), client))
+    return Hold<UVADRMBackend>(
+               uvaDrmBackends,
+               new DrmBackendWrapper(_impl->CreateDrmBackend(Utilities::TextOrEmpty(keySystemId)), client))
         .get();
 }
 
@@ -172,7 +177,8 @@ void UvaWrapper::GetBackendByVideoBroadcastHandle(void* handle, boost::shared_pt
         dynamic_cast<VideoBroadcastBackendWrapper*>(UVAVideoBroadcastBackend::getBackendByVideoBroadcastHandle(handle));
     backend = wrapper != nullptr ? wrapper->GetVideoBroadcastBackendImpl() : boost::shared_ptr<IBackend>();
     if (!backend) {
-        VELMORA_LOG(kLog, 5) << "GetBackendByVideoBroadcastHandle" << ": dynamic cast failed! ";
+        VELMORA_LOG(kLog, 5) << "GetBackendByVideoBroadcastHandle"
+                             << ": dynamic cast failed! ";
     }
 }
 

@@ -32,7 +32,6 @@ using HeldList = std::list<boost::shared_ptr<Browser>>;
 
 class UvaWrapper {
 public:
-
     // Takes `impl` over and installs the browser's callback table.
     explicit UvaWrapper(IUva* impl);
     ~UvaWrapper();

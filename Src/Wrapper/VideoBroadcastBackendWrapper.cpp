@@ -12,8 +12,8 @@
 #include "EventTranslation.h"
 #include "Log.h"
 #include "Utilities.h"
-#include "WrapperTexts.h"
 #include "Velmora/Exceptions.h"
+#include "WrapperTexts.h"
 
 namespace Velmora {
 namespace Wrapper {
@@ -265,7 +265,8 @@ UVA_STATUS VideoBroadcastBackendWrapper::unselectComponent(AVComponent* componen
 
 UVA_STATUS VideoBroadcastBackendWrapper::ChangeSelection(Selection which, AVComponent* component) {
     const char* const name = ComponentRegistry::OperationName(which);
-    return Guarded(kCall, [&] { return components.ChangeSelection(Broadcast(), which, component); }, this, name);
+    return Guarded(
+        kCall, [&] { return components.ChangeSelection(Broadcast(), which, component); }, this, name);
 }
 
 void VideoBroadcastBackendWrapper::VideoBroadcastBackendEvent(boost::shared_ptr<BackendEvent> event) {

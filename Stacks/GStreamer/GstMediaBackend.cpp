@@ -20,9 +20,9 @@ constexpr GstClockTime kPrerollPatience = 5 * GST_SECOND;
 std::uint32_t ToMilliseconds(gint64 time) { return static_cast<std::uint32_t>(time / GST_MSECOND); }
 
 GstEvent* NewSeek(double rate, double position) {
-    return gst_event_new_seek(rate, GST_FORMAT_TIME, static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE),
-                              GST_SEEK_TYPE_SET, static_cast<gint64>(position * GST_SECOND), GST_SEEK_TYPE_NONE,
-                              GST_CLOCK_TIME_NONE);
+    return gst_event_new_seek(
+        rate, GST_FORMAT_TIME, static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE),
+        GST_SEEK_TYPE_SET, static_cast<gint64>(position * GST_SECOND), GST_SEEK_TYPE_NONE, GST_CLOCK_TIME_NONE);
 }
 
 // An element made but never added to a bin: its floating reference is ours to drop.
@@ -148,7 +148,8 @@ boost::signals2::connection GstMediaBackend::ConnectDrmBackendRequest(const DrmB
 
 GstElement* GstMediaBackend::MakeSink(bool video) {
     const bool real = video ? options.windowVideo : options.realAudio;
-    GstElement* sink = gst_element_factory_make(real ? (video ? "autovideosink" : "autoaudiosink") : "fakesink", nullptr);
+    GstElement* sink =
+        gst_element_factory_make(real ? (video ? "autovideosink" : "autoaudiosink") : "fakesink", nullptr);
     if (sink == nullptr) {
         Fail(ExceptionBase::NotSupported, "no GStreamer sink element available");
     }
@@ -255,14 +256,16 @@ void GstMediaBackend::AddSource(const SourceDescriptionOperaStreaming& descripti
     gst_caps_unref(caps);
 
     const GstComponent::Kind kind = mediaType.rfind("video/", 0) == 0 ? GstComponent::Video : GstComponent::Audio;
-    auto component = std::make_shared<GstComponent>(kind, 0, std::to_string(description.sourceId), codec, std::string());
+    auto component =
+        std::make_shared<GstComponent>(kind, 0, std::to_string(description.sourceId), codec, std::string());
     AppsrcContext* context = nullptr;
     {
         const std::lock_guard<std::mutex> lock(mutex);
         if (sources.count(description.sourceId) != 0) {
             Discard(appsrc);
             Discard(decodebin);
-            Fail(ExceptionBase::InvalidState, "source " + std::to_string(description.sourceId) + " is attached already");
+            Fail(ExceptionBase::InvalidState,
+                 "source " + std::to_string(description.sourceId) + " is attached already");
         }
         Source& source = sources[description.sourceId];
         source.id = description.sourceId;
@@ -676,7 +679,8 @@ bool GstMediaBackend::GetNativeSize(unsigned short& nativeWidth, unsigned short&
     return true;
 }
 
-bool GstMediaBackend::GetSeekableTimeRanges(std::vector<ByteRange>& /*byteRanges*/, std::vector<TimeRange>& timeRanges) {
+bool GstMediaBackend::GetSeekableTimeRanges(std::vector<ByteRange>& /*byteRanges*/,
+                                            std::vector<TimeRange>& timeRanges) {
     GstElement* playing = Pipeline();
     GstQuery* query = gst_query_new_seeking(GST_FORMAT_TIME);
     gboolean seekable = FALSE;
@@ -693,7 +697,8 @@ bool GstMediaBackend::GetSeekableTimeRanges(std::vector<ByteRange>& /*byteRanges
     return answered;
 }
 
-bool GstMediaBackend::GetBufferedTimeRanges(std::vector<ByteRange>& /*byteRanges*/, std::vector<TimeRange>& timeRanges) {
+bool GstMediaBackend::GetBufferedTimeRanges(std::vector<ByteRange>& /*byteRanges*/,
+                                            std::vector<TimeRange>& timeRanges) {
     GstElement* playing = Pipeline();
     {
         const std::lock_guard<std::mutex> lock(mutex);
@@ -763,7 +768,7 @@ void GstMediaBackend::SelectComponent(IAvComponent* chosen) {
     {
         const std::lock_guard<std::mutex> lock(mutex);
         const auto found = std::find_if(components.begin(), components.end(),
-                                         [chosen](const std::shared_ptr<GstComponent>& c) { return c.get() == chosen; });
+                                        [chosen](const std::shared_ptr<GstComponent>& c) { return c.get() == chosen; });
         if (found == components.end()) {
             Fail(ExceptionBase::InvalidState, "SelectComponent: unknown component");
         }
@@ -818,12 +823,14 @@ void GstMediaBackend::OnCollection(GstStreamCollection* found) {
             if (!known || streamId == nullptr) {
                 continue;
             }
-            const auto existing = std::find_if(components.begin(), components.end(),
-                                               [&](const std::shared_ptr<GstComponent>& c) { return c->StreamId() == streamId; });
+            const auto existing =
+                std::find_if(components.begin(), components.end(),
+                             [&](const std::shared_ptr<GstComponent>& c) { return c->StreamId() == streamId; });
             if (existing != components.end()) {
                 next.push_back(*existing);
             } else {
-                next.push_back(std::make_shared<GstComponent>(kind, counts[kind], streamId, CodecOf(stream), LanguageOf(stream)));
+                next.push_back(
+                    std::make_shared<GstComponent>(kind, counts[kind], streamId, CodecOf(stream), LanguageOf(stream)));
                 added.push_back(next.back());
             }
             ++counts[kind];
@@ -914,7 +921,8 @@ void GstMediaBackend::Post(std::function<void()> task) {
         tasks.push_back(std::move(task));
     }
     // Wakes the bus thread at once.
-    gst_element_post_message(pipeline, gst_message_new_application(GST_OBJECT(pipeline), gst_structure_new_empty("velmora-task")));
+    gst_element_post_message(
+        pipeline, gst_message_new_application(GST_OBJECT(pipeline), gst_structure_new_empty("velmora-task")));
 }
 
 void GstMediaBackend::RunTasks() {
@@ -943,9 +951,7 @@ void GstMediaBackend::Raise(BackendEvent* event) {
 
 void GstMediaBackend::Dispatch(GstMessage* message) {
     switch (GST_MESSAGE_TYPE(message)) {
-        case GST_MESSAGE_ERROR:
-            Raise(new BackendEvent(BackendEvent::DecodeError));
-            break;
+        case GST_MESSAGE_ERROR: Raise(new BackendEvent(BackendEvent::DecodeError)); break;
         case GST_MESSAGE_EOS: {
             {
                 const std::lock_guard<std::mutex> lock(mutex);
@@ -968,13 +974,12 @@ void GstMediaBackend::Dispatch(GstMessage* message) {
             }
             break;
         }
-        case GST_MESSAGE_DURATION_CHANGED:
-            AnnounceDuration();
-            break;
+        case GST_MESSAGE_DURATION_CHANGED: AnnounceDuration(); break;
         case GST_MESSAGE_BUFFERING: {
             gint percent = 0;
             gst_message_parse_buffering(message, &percent);
-            Raise(new BackendEvent(percent < 100 ? BackendEvent::BufferingProgress : BackendEvent::BufferingStreamBuffered));
+            Raise(new BackendEvent(percent < 100 ? BackendEvent::BufferingProgress
+                                                 : BackendEvent::BufferingStreamBuffered));
             break;
         }
         case GST_MESSAGE_STREAM_COLLECTION: {
@@ -986,11 +991,8 @@ void GstMediaBackend::Dispatch(GstMessage* message) {
             }
             break;
         }
-        case GST_MESSAGE_STREAMS_SELECTED:
-            OnStreamsSelected(message);
-            break;
-        default:
-            break;
+        case GST_MESSAGE_STREAMS_SELECTED: OnStreamsSelected(message); break;
+        default: break;
     }
 }
 
@@ -1003,7 +1005,8 @@ void GstMediaBackend::AnnounceDuration() {
         const std::lock_guard<std::mutex> lock(mutex);
         source = mediaSource;
         if (source) {
-            const bool allEnded = std::all_of(sources.begin(), sources.end(), [](const auto& each) { return each.second.ended; });
+            const bool allEnded =
+                std::all_of(sources.begin(), sources.end(), [](const auto& each) { return each.second.ended; });
             if (allEnded && !sources.empty()) {
                 duration = writtenEndMs / 1000.0;
             }
@@ -1037,7 +1040,8 @@ GstPadProbeReturn GstMediaBackend::OnSinkEvent(GstPad* /*pad*/, GstPadProbeInfo*
     }
     const auto newWidth = static_cast<std::uint16_t>(video.width);
     const auto newHeight = static_cast<std::uint16_t>(video.height);
-    const double ratio = static_cast<double>(video.width) * video.par_n / (static_cast<double>(video.height) * video.par_d);
+    const double ratio =
+        static_cast<double>(video.width) * video.par_n / (static_cast<double>(video.height) * video.par_d);
     auto* backend = static_cast<GstMediaBackend*>(self);
     backend->Post([backend, newWidth, newHeight, ratio] {
         {

@@ -59,7 +59,8 @@ public:
     void InitBackend(std::string url, const std::vector<SourceDescriptionOperaStreaming>& sources, bool flag) override;
     void AttachSource(const SourceDescriptionOperaStreaming& source) override;
     void RemoveSource(std::uint32_t sourceId) override;
-    void WriteData(boost::shared_ptr<BackendEvent> event, unsigned int size, UVABackend::WriteDataStatus status) override;
+    void WriteData(boost::shared_ptr<BackendEvent> event, unsigned int size,
+                   UVABackend::WriteDataStatus status) override;
     void WriteMseData(boost::shared_ptr<BackendEvent> event, UVABackend::WriteDataStatus status) override;
 
     void Play() override;
@@ -110,9 +111,9 @@ private:
         std::int32_t id = 0;
         GstElement* appsrc = nullptr;  // owned by the pipeline
         AppsrcContext* context = nullptr;
-        bool requested = false;        // a NeedMseData is out and not answered yet
+        bool requested = false;  // a NeedMseData is out and not answered yet
         bool ended = false;
-        bool removed = false;          // ended for good: a seek does not restart it
+        bool removed = false;  // ended for good: a seek does not restart it
         double lastTimestampMs = -1.0;
         std::shared_ptr<GstComponent> component;
     };

@@ -9,9 +9,9 @@ namespace Gst {
 namespace {
 
 struct Codec {
-    const char* name;        // as in a MIME type's codecs parameter (prefix)
-    const char* mediaType;   // of the elementary stream caps
-    const char* extraFields; // appended to the caps, or empty
+    const char* name;         // as in a MIME type's codecs parameter (prefix)
+    const char* mediaType;    // of the elementary stream caps
+    const char* extraFields;  // appended to the caps, or empty
 };
 
 const Codec kCodecs[] = {
@@ -29,8 +29,8 @@ struct DefaultCodec {
 };
 
 const DefaultCodec kDefaults[] = {
-    {"video/webm", "vp8"}, {"audio/webm", "opus"}, {"audio/ogg", "opus"},
-    {"video/x-vp8", "vp8"}, {"video/x-vp9", "vp9"}, {"audio/x-opus", "opus"}, {"audio/opus", "opus"},
+    {"video/webm", "vp8"},  {"audio/webm", "opus"},   {"audio/ogg", "opus"},  {"video/x-vp8", "vp8"},
+    {"video/x-vp9", "vp9"}, {"audio/x-opus", "opus"}, {"audio/opus", "opus"},
 };
 
 std::string Lower(std::string text) {

@@ -17,8 +17,8 @@ bool ParseStackOptions(const char* text, StackOptions& options, std::string& err
         text,
         [&options](const std::string& name, const std::string& value) {
             if (name == "video-sink" && (value == "fake" || value == "auto")) {
-                options.windowVideo = value == "auto" &&
-                                      (std::getenv("DISPLAY") != nullptr || std::getenv("WAYLAND_DISPLAY") != nullptr);
+                options.windowVideo =
+                    value == "auto" && (std::getenv("DISPLAY") != nullptr || std::getenv("WAYLAND_DISPLAY") != nullptr);
             } else if (name == "audio-sink" && (value == "fake" || value == "auto")) {
                 options.realAudio = value == "auto";
             } else if (name == "sync" && (value == "clock" || value == "free")) {

@@ -25,9 +25,11 @@ int main(int argc, char** argv) {
     }
     // No owner has installed a media stack: requests are refused, the key systems are listed anyway.
     auto request = reinterpret_cast<UVA_RequestBackendFunction>(dlsym(library, "UVA_RequestBackend"));
-    auto listIds = reinterpret_cast<UVADRM_GetSupportedBackendIDsFunction>(dlsym(library, "UVADRM_GetSupportedBackendIDs"));
+    auto listIds =
+        reinterpret_cast<UVADRM_GetSupportedBackendIDsFunction>(dlsym(library, "UVADRM_GetSupportedBackendIDs"));
     const char** ids = nullptr;
-    const bool ok = request(UVABackend::UVABackendType(0), nullptr) == nullptr && listIds(ids) == 1 && ids[0] != nullptr;
+    const bool ok =
+        request(UVABackend::UVABackendType(0), nullptr) == nullptr && listIds(ids) == 1 && ids[0] != nullptr;
     delete[] ids;
     if (!ok) {
         std::fputs("browser: unexpected answers\n", stderr);

@@ -68,7 +68,8 @@ protected:
     NiceMock<VelmoraTest::MockUva>* uva = new NiceMock<VelmoraTest::MockUva>;
     boost::shared_ptr<NiceMock<VelmoraTest::MockMediaBackend>> media =
         boost::make_shared<NiceMock<VelmoraTest::MockMediaBackend>>();
-    boost::shared_ptr<NiceMock<VelmoraTest::MockDrmBackend>> drm = boost::make_shared<NiceMock<VelmoraTest::MockDrmBackend>>();
+    boost::shared_ptr<NiceMock<VelmoraTest::MockDrmBackend>> drm =
+        boost::make_shared<NiceMock<VelmoraTest::MockDrmBackend>>();
     VelmoraTest::RecordingClient client;
     VelmoraTest::RecordingDrmClient drmClient;
     std::unique_ptr<Velmora::Wrapper::IntegrationLayer> owner;

@@ -11,22 +11,56 @@ using namespace Velmora;
 namespace {
 
 enum class EventClass {
-    Plain, NeedData, NeedMseData, WriteMseData, CancelDataRequests, DurationChanged, VideoResized,
-    DrmRightsError, ParentalRatingError, ParentalRatingChange, BroadcastPlaystateChange, ChannelChangeError,
-    ChannelChangeSucceeded, RecordingError, RecordingStateChange, BufferingStreamUnderrun, SubtitlesChanged,
-    ComponentChanged, Count,
+    Plain,
+    NeedData,
+    NeedMseData,
+    WriteMseData,
+    CancelDataRequests,
+    DurationChanged,
+    VideoResized,
+    DrmRightsError,
+    ParentalRatingError,
+    ParentalRatingChange,
+    BroadcastPlaystateChange,
+    ChannelChangeError,
+    ChannelChangeSucceeded,
+    RecordingError,
+    RecordingStateChange,
+    BufferingStreamUnderrun,
+    SubtitlesChanged,
+    ComponentChanged,
+    Count,
 };
 
 // The class each type code names; codes outside the list are raised on the plain class.
 EventClass ClassOf(std::int32_t code) {
     static const EventClass kClasses[] = {
-        EventClass::Plain, EventClass::NeedData, EventClass::NeedMseData, EventClass::WriteMseData,
-        EventClass::CancelDataRequests, EventClass::Plain, EventClass::DurationChanged, EventClass::VideoResized,
-        EventClass::Plain, EventClass::Plain, EventClass::Plain, EventClass::DrmRightsError,
-        EventClass::ParentalRatingError, EventClass::ParentalRatingChange, EventClass::BroadcastPlaystateChange,
-        EventClass::ChannelChangeError, EventClass::ChannelChangeSucceeded, EventClass::Plain,
-        EventClass::RecordingError, EventClass::RecordingStateChange, EventClass::Plain, EventClass::Plain,
-        EventClass::Plain, EventClass::BufferingStreamUnderrun, EventClass::Plain, EventClass::SubtitlesChanged,
+        EventClass::Plain,
+        EventClass::NeedData,
+        EventClass::NeedMseData,
+        EventClass::WriteMseData,
+        EventClass::CancelDataRequests,
+        EventClass::Plain,
+        EventClass::DurationChanged,
+        EventClass::VideoResized,
+        EventClass::Plain,
+        EventClass::Plain,
+        EventClass::Plain,
+        EventClass::DrmRightsError,
+        EventClass::ParentalRatingError,
+        EventClass::ParentalRatingChange,
+        EventClass::BroadcastPlaystateChange,
+        EventClass::ChannelChangeError,
+        EventClass::ChannelChangeSucceeded,
+        EventClass::Plain,
+        EventClass::RecordingError,
+        EventClass::RecordingStateChange,
+        EventClass::Plain,
+        EventClass::Plain,
+        EventClass::Plain,
+        EventClass::BufferingStreamUnderrun,
+        EventClass::Plain,
+        EventClass::SubtitlesChanged,
         EventClass::ComponentChanged,
     };
     return code >= 0 && code < static_cast<std::int32_t>(sizeof kClasses / sizeof kClasses[0]) ? kClasses[code]
@@ -52,19 +86,16 @@ boost::shared_ptr<unsigned char> SharedBlock(const std::vector<std::uint8_t>& bl
 BackendEvent* Make(EventClass eventClass, BackendEvent::EventType type, FuzzInput& input,
                    Velmora::IAvComponent* const* components, std::size_t componentCount) {
     switch (eventClass) {
-        case EventClass::NeedData:
-            return new NeedDataEvent{input.I32(), input.I32(), input.I32(), input.I32()};
+        case EventClass::NeedData: return new NeedDataEvent{input.I32(), input.I32(), input.I32(), input.I32()};
         case EventClass::NeedMseData:
             return new NeedMseDataEvent{input.I32(), input.Count() % (kMaxRequestedSamples + 1)};
         case EventClass::WriteMseData:
             return new WriteMseDataEvent{input.I32(), boost::make_shared<std::vector<DecoderBuffer>>(), input.Count()};
-        case EventClass::CancelDataRequests:
-            return new CancelDataRequestsEvent{input.Double(), input.I32()};
-        case EventClass::DurationChanged:
-            return new DurationChangedEvent(input.Double());
+        case EventClass::CancelDataRequests: return new CancelDataRequestsEvent{input.Double(), input.I32()};
+        case EventClass::DurationChanged: return new DurationChangedEvent(input.Double());
         case EventClass::VideoResized:
-            return new VideoResizedEvent{static_cast<std::uint16_t>(input.U32()), static_cast<std::uint16_t>(input.U32()),
-                                         input.Double()};
+            return new VideoResizedEvent{static_cast<std::uint16_t>(input.U32()),
+                                         static_cast<std::uint16_t>(input.U32()), input.Double()};
         case EventClass::DrmRightsError: {
             const std::int32_t state = input.I32();
             const Text content = input.TextOrNull();
@@ -82,12 +113,9 @@ BackendEvent* Make(EventClass eventClass, BackendEvent::EventType type, FuzzInpu
             }
             return new ParentalRatingChangeEvent(content.Pointer(), system.Pointer(), rating);
         }
-        case EventClass::BroadcastPlaystateChange:
-            return new BroadcastPlaystateChangeEvent{input.I32(), input.I32()};
-        case EventClass::ChannelChangeError:
-            return new ChannelChangeErrorEvent{Channel(input), input.I32()};
-        case EventClass::ChannelChangeSucceeded:
-            return new ChannelChangeSucceededEvent(Channel(input));
+        case EventClass::BroadcastPlaystateChange: return new BroadcastPlaystateChangeEvent{input.I32(), input.I32()};
+        case EventClass::ChannelChangeError: return new ChannelChangeErrorEvent{Channel(input), input.I32()};
+        case EventClass::ChannelChangeSucceeded: return new ChannelChangeSucceededEvent(Channel(input));
         case EventClass::RecordingError:
         case EventClass::RecordingStateChange: {
             const std::int32_t value = input.I32();
@@ -97,8 +125,7 @@ BackendEvent* Make(EventClass eventClass, BackendEvent::EventType type, FuzzInpu
             }
             return new RecordingStateChangeEvent(value, recording.Pointer());
         }
-        case EventClass::BufferingStreamUnderrun:
-            return new BufferingStreamUnderrunEvent(input.I32());
+        case EventClass::BufferingStreamUnderrun: return new BufferingStreamUnderrunEvent(input.I32());
         case EventClass::SubtitlesChanged: {
             const Text language = input.TextOrNull();
             return new SubtitlesChangedEvent(language.Pointer());
@@ -109,8 +136,7 @@ BackendEvent* Make(EventClass eventClass, BackendEvent::EventType type, FuzzInpu
             const std::uint8_t action = input.Byte();
             return new ComponentChangedEvent(component, action < 0xF0 ? action % 4 : input.I32());
         }
-        default:
-            return new BackendEvent(type);
+        default: return new BackendEvent(type);
     }
 }
 
@@ -125,8 +151,8 @@ boost::shared_ptr<BackendEvent> MakeBackendEvent(FuzzInput& input, IAvComponent*
         return boost::shared_ptr<BackendEvent>();
     }
     // Mostly the class the code names; every fourth shape another class, so casts must be checked.
-    const EventClass eventClass = shape % 4 == 3 ? static_cast<EventClass>((shape / 4) % static_cast<int>(EventClass::Count))
-                                                 : ClassOf(type);
+    const EventClass eventClass =
+        shape % 4 == 3 ? static_cast<EventClass>((shape / 4) % static_cast<int>(EventClass::Count)) : ClassOf(type);
     boost::shared_ptr<BackendEvent> event(
         Make(eventClass, static_cast<BackendEvent::EventType>(type), input, components, componentCount));
     event->type = static_cast<BackendEvent::EventType>(type);

@@ -88,7 +88,6 @@ boost::signals2::connection FuzzMediaBackend::ConnectEvent(const EventSlot& slot
     return events.connect(slot);
 }
 
-
 bool FuzzMediaBackend::GetNativeSize(unsigned short& width, unsigned short& height, double& aspectRatio) {
     width = static_cast<unsigned short>(script_.input.U32());
     height = static_cast<unsigned short>(script_.input.U32());
@@ -217,7 +216,8 @@ bool FuzzDrmBackend::AddKey(boost::shared_ptr<unsigned char> key, std::uint32_t 
     return script_.Answer();
 }
 
-bool FuzzDrmBackend::AddKeyReleaseCommit(boost::shared_ptr<unsigned char> data, std::uint32_t size, const std::string&) {
+bool FuzzDrmBackend::AddKeyReleaseCommit(boost::shared_ptr<unsigned char> data, std::uint32_t size,
+                                         const std::string&) {
     Touch(data, size);
     return script_.Answer();
 }

@@ -57,7 +57,9 @@ public:
     }
     UVA_STATUS cancelKeyRequest(const char*) override { return UVA_STATUS_ERROR; }
     UVA_STATUS getKeyReleases() override { return UVA_STATUS_ERROR; }
-    UVA_STATUS addKeyReleaseCommit(const unsigned char*, unsigned int, const char*) override { return UVA_STATUS_ERROR; }
+    UVA_STATUS addKeyReleaseCommit(const unsigned char*, unsigned int, const char*) override {
+        return UVA_STATUS_ERROR;
+    }
     UVA_STATUS sendDRMMessage(const char*, const char*, char*&) override { return UVA_STATUS_ERROR; }
     UVA_STATUS getDecrypter(UVADRMDecrypter*&, const unsigned char*, unsigned int, bool) override {
         return UVA_STATUS_ERROR;
@@ -224,8 +226,7 @@ private:
     Backend* Pick(bool broadcast, BrowserClient** client = nullptr) {
         std::vector<Held*> candidates;
         for (Held& held : backends_) {
-            if (held.pointer != nullptr &&
-                (held.pointer->getType() == UVABackend::TYPE_VIDEO_BROADCAST) == broadcast) {
+            if (held.pointer != nullptr && (held.pointer->getType() == UVABackend::TYPE_VIDEO_BROADCAST) == broadcast) {
                 candidates.push_back(&held);
             }
         }
@@ -491,8 +492,8 @@ void BrowserClient::handleEvent(UVAEvent* event) {
             } else if (change.action == ComponentChangedEvent::REMOVED) {
                 announced_.erase(component);
             }
-            for (const char* text : {component->language, component->encoding, component->label, component->role,
-                                     component->id}) {
+            for (const char* text :
+                 {component->language, component->encoding, component->label, component->role, component->id}) {
                 Read(text);
             }
             session_.Keep(component);
@@ -655,19 +656,33 @@ void Session::MediaCall() {
         [](auto&, auto& in, auto& m) { m.pause(in.Bool()); },
         [](auto&, auto& in, auto& m) { m.setPlaybackRate(in.Double()); },
         [](auto&, auto& in, auto& m) { m.setVolume(in.Double()); },
-        [](auto&, auto&, auto& m) { double duration = 0; m.getDuration(duration); },
+        [](auto&, auto&, auto& m) {
+            double duration = 0;
+            m.getDuration(duration);
+        },
         [](auto&, auto& in, auto& m) {
             const unsigned width = in.U32();
             m.setContentSize(width, in.U32());
         },
-        [](auto&, auto&, auto& m) { double position = 0; m.getPosition(position); },
+        [](auto&, auto&, auto& m) {
+            double position = 0;
+            m.getPosition(position);
+        },
         [](auto&, auto& in, auto& m) { m.setPosition(in.Double()); },
         [](auto& session, auto&, auto& m) { session.Visibility(m); },
-        [](auto&, auto& in, auto& m) { unsigned size = 0; m.getSizeFromDuration(in.Double(), size); },
+        [](auto&, auto& in, auto& m) {
+            unsigned size = 0;
+            m.getSizeFromDuration(in.Double(), size);
+        },
         [](auto&, auto& in, auto& m) { m.setFullScreen(in.Bool()); },
         [](auto&, auto& in, auto& m) { m.onListenerChanged(in.TextOrNull().Pointer()); },
-        [](auto&, auto& in, auto& m) { m.setBufferingStrategy(in.template EnumUpTo<UVABackend::BufferingStrategy>(3)); },
-        [](auto&, auto&, auto& m) { unsigned bytes = 0; m.getBytesInBuffer(bytes); },
+        [](auto&, auto& in, auto& m) {
+            m.setBufferingStrategy(in.template EnumUpTo<UVABackend::BufferingStrategy>(3));
+        },
+        [](auto&, auto&, auto& m) {
+            unsigned bytes = 0;
+            m.getBytesInBuffer(bytes);
+        },
         [](auto&, auto& in, auto& m) { m.setKeySystem(in.TextOrNull().Pointer()); },
         [](auto& session, auto&, auto& m) { session.Select(m); },
         [](auto& session, auto&, auto& m) { session.Select(m); },
@@ -697,9 +712,15 @@ void Session::BroadcastCall() {
         [](auto&, auto&, auto& b) { b.previousChannel(); },
         [](auto&, auto&, auto& b) { b.stop(); },
         [](auto& session, auto&, auto& b) { session.Select(b); },
-        [](auto&, auto&, auto& b) { UVAVideoBroadcastBackend::PlayState state{}; b.getPlayState(state); },
+        [](auto&, auto&, auto& b) {
+            UVAVideoBroadcastBackend::PlayState state{};
+            b.getPlayState(state);
+        },
         [](auto&, auto& in, auto& b) { b.onListenerChanged(in.TextOrNull().Pointer()); },
-        [](auto&, auto&, auto& b) { void* channel = nullptr; b.getCurrentChannel(channel); },
+        [](auto&, auto&, auto& b) {
+            void* channel = nullptr;
+            b.getCurrentChannel(channel);
+        },
         [](auto&, auto& in, auto& b) {
             void* channel = HandleOf(in.Byte());
             const std::uint8_t flags = in.Byte();
@@ -736,9 +757,18 @@ void Session::BroadcastCall() {
             b.setPosition(position, in.template EnumUpTo<UVABackend::PositionReference>(3));
         },
         [](auto&, auto&, auto& b) { b.stopTimeShift(); },
-        [](auto&, auto&, auto& b) { UVAVideoBroadcastBackend::RecordingState state{}; b.getRecordingState(state); },
-        [](auto&, auto&, auto& b) { double position = 0; b.getPosition(position); },
-        [](auto&, auto&, auto& b) { double speed = 0; b.getPlaybackSpeed(speed); },
+        [](auto&, auto&, auto& b) {
+            UVAVideoBroadcastBackend::RecordingState state{};
+            b.getRecordingState(state);
+        },
+        [](auto&, auto&, auto& b) {
+            double position = 0;
+            b.getPosition(position);
+        },
+        [](auto&, auto&, auto& b) {
+            double speed = 0;
+            b.getPlaybackSpeed(speed);
+        },
     };
     kCalls[browser_.Byte() % std::size(kCalls)](*this, browser_, *broadcast);
 }
@@ -821,7 +851,8 @@ void Session::WriteData() {
             }
             auto* sample = new UVABackend::MediaSample;
             mse->samples[index] = sample;
-            for (UVABackend::MediaSample::Buffer* buffer : {&sample->data, &sample->keyId, &sample->iv, &sample->codecConfig}) {
+            for (UVABackend::MediaSample::Buffer* buffer :
+                 {&sample->data, &sample->keyId, &sample->iv, &sample->codecConfig}) {
                 const std::vector<std::uint8_t> bytes = browser_.Block(64);
                 if (!bytes.empty()) {
                     buffer->assign(bytes.data(), static_cast<unsigned>(bytes.size()));

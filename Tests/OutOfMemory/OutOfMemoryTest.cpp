@@ -27,13 +27,13 @@
 
 namespace {
 
+using OutOfMemory::Window;
 using ::testing::_;
 using ::testing::DoAll;
 using ::testing::NiceMock;
 using ::testing::Return;
 using ::testing::ReturnRef;
 using ::testing::SetArgReferee;
-using OutOfMemory::Window;
 
 // The first thing that went wrong in the current session; a literal, so recording it never allocates.
 const char* fault;
@@ -164,9 +164,8 @@ void ComponentLifecycle(Backend* backend, Mock& mock, NiceMock<VelmoraTest::Mock
 
 void MediaWithUrl(MediaStack& stack, Client& client) {
     UVAMediaBackend* backend = nullptr;
-    Browser("UVA_RequestBackend media", [&] {
-        backend = static_cast<UVAMediaBackend*>(UVA_RequestBackend(UVABackend::TYPE_MEDIA, &client));
-    });
+    Browser("UVA_RequestBackend media",
+            [&] { backend = static_cast<UVAMediaBackend*>(UVA_RequestBackend(UVABackend::TYPE_MEDIA, &client)); });
     if (backend == nullptr) {
         return;
     }
@@ -280,9 +279,11 @@ bool NothingAlive() {
     if (live.Total() == 0) {
         return true;
     }
-    std::fprintf(stderr, "alive: %ld events, %ld DRM events, %ld components, %ld back-ends, %ld DRM back-ends, "
-                 "%ld samples, %ld sources\n", live.events, live.drmEvents, live.components, live.backends,
-                 live.drmBackends, live.samples, live.sources);
+    std::fprintf(stderr,
+                 "alive: %ld events, %ld DRM events, %ld components, %ld back-ends, %ld DRM back-ends, "
+                 "%ld samples, %ld sources\n",
+                 live.events, live.drmEvents, live.components, live.backends, live.drmBackends, live.samples,
+                 live.sources);
     return false;
 }
 

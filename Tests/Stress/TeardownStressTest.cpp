@@ -4,8 +4,8 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <boost/make_shared.hpp>
+#include <cstdlib>
 #include <mutex>
 #include <random>
 #include <thread>
@@ -55,7 +55,8 @@ public:
         }));
         ON_CALL(uva, CreateDrmBackend(_)).WillByDefault(Invoke([this](const std::string&) {
             std::lock_guard<std::mutex> lock(mutex_);
-            return boost::shared_ptr<Velmora::IDrmBackend>(Add(drms_, boost::make_shared<NiceMock<VelmoraTest::MockDrmBackend>>()));
+            return boost::shared_ptr<Velmora::IDrmBackend>(
+                Add(drms_, boost::make_shared<NiceMock<VelmoraTest::MockDrmBackend>>()));
         }));
     }
 

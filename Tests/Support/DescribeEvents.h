@@ -7,8 +7,8 @@
 #include <string>
 #include <typeinfo>
 
-#include "Uva/UVAEvent.h"
 #include "Uva/UVADRMEvent.h"
+#include "Uva/UVAEvent.h"
 
 namespace VelmoraTest {
 

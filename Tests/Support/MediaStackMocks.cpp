@@ -9,7 +9,9 @@ using ::testing::_;
 using ::testing::Invoke;
 
 MockMediaBackend::MockMediaBackend() {
-    ON_CALL(*this, ConnectEvent(_)).WillByDefault(Invoke([this](const EventSlot& slot) { return events.connect(slot); }));
+    ON_CALL(*this, ConnectEvent(_)).WillByDefault(Invoke([this](const EventSlot& slot) {
+        return events.connect(slot);
+    }));
     ON_CALL(*this, ConnectDrmBackendRequest(_)).WillByDefault(Invoke([this](const DrmBackendRequestSlot& slot) {
         return drmRequests.connect(slot);
     }));
@@ -22,7 +24,9 @@ Velmora::IDrmBackend* MockMediaBackend::RequestDrmBackend(const std::string& key
 }
 
 MockVideoBroadcastBackend::MockVideoBroadcastBackend() {
-    ON_CALL(*this, ConnectEvent(_)).WillByDefault(Invoke([this](const EventSlot& slot) { return events.connect(slot); }));
+    ON_CALL(*this, ConnectEvent(_)).WillByDefault(Invoke([this](const EventSlot& slot) {
+        return events.connect(slot);
+    }));
 }
 
 MockDrmBackend::MockDrmBackend() {

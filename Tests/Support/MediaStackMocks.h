@@ -56,8 +56,8 @@ public:
     MOCK_METHOD(bool, SetPosition, (double), (override));
     MOCK_METHOD(void, SetVisibility, (bool), (override));
     MOCK_METHOD(void, GetSizeFromDuration, (), (override));
-    MOCK_METHOD(void, WriteData,
-                (boost::shared_ptr<Velmora::BackendEvent>, unsigned int, UVABackend::WriteDataStatus), (override));
+    MOCK_METHOD(void, WriteData, (boost::shared_ptr<Velmora::BackendEvent>, unsigned int, UVABackend::WriteDataStatus),
+                (override));
     MOCK_METHOD(void, WriteMseData, (boost::shared_ptr<Velmora::BackendEvent>, UVABackend::WriteDataStatus),
                 (override));
     MOCK_METHOD(bool, CanPlayType, (const std::string&, const std::vector<std::string>&, const std::string&),
@@ -72,8 +72,7 @@ public:
     MOCK_METHOD(void, SetBufferingStrategy, (bool), (override));
     MOCK_METHOD(void, GetBytesInBuffer, (unsigned int&), (override));
     MOCK_METHOD(void, SetKeySystem, (std::string), (override));
-    MOCK_METHOD(boost::signals2::connection, ConnectDrmBackendRequest, (const DrmBackendRequestSlot& slot),
-                (override));
+    MOCK_METHOD(boost::signals2::connection, ConnectDrmBackendRequest, (const DrmBackendRequestSlot& slot), (override));
 };
 
 class MockVideoBroadcastBackend : public Velmora::IVideoBroadcastBackend {

@@ -42,10 +42,10 @@ TEST_F(AvComponentWrapperTest, CopiesTheDescriptionAndDuplicatesEveryText) {
                                      double(wrapper->index), double(wrapper->state)}),
                 ElementsAre(2, 3, 1.5, 0x101, 6, 1, 1, 1, 9, 0));
     const std::pair<const char*, const char*> texts[] = {{wrapper->encoding, component.encoding},
-                                                          {wrapper->language, component.language},
-                                                          {wrapper->label, component.label},
-                                                          {wrapper->role, component.role},
-                                                          {wrapper->id, component.id}};
+                                                         {wrapper->language, component.language},
+                                                         {wrapper->label, component.label},
+                                                         {wrapper->role, component.role},
+                                                         {wrapper->id, component.id}};
     for (const auto& [copy, original] : texts) {
         EXPECT_NE(copy, original) << "texts are never shared";
         EXPECT_STREQ(copy, original);
@@ -62,9 +62,15 @@ TEST_F(AvComponentWrapperTest, LogsTheBannersAndAfterDestructionStateChangesReac
     EXPECT_THAT(
         log.Records("Velmora::AV"),
         ElementsAre(
-            LogLine(2, "AvComponentWrapper________CREATED!__________________________________________________________________" + address),
+            LogLine(
+                2,
+                "AvComponentWrapper________CREATED!__________________________________________________________________" +
+                    address),
             LogLine(2, "BackendMarkUnused" + address),
-            LogLine(2, "~AvComponentWrapper____________________________________________________DELETED______________________" + address)));
+            LogLine(
+                2,
+                "~AvComponentWrapper____________________________________________________DELETED______________________" +
+                    address)));
 }
 
 }  // namespace

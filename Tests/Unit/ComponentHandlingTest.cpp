@@ -11,8 +11,8 @@
 #include "Support/LiveObjects.h"
 #include "Support/MediaStackMocks.h"
 #include "Support/RecordingClients.h"
-#include "VideoBroadcastBackendWrapper.h"
 #include "Velmora/Exceptions.h"
+#include "VideoBroadcastBackendWrapper.h"
 
 namespace {
 
@@ -41,7 +41,8 @@ public:
         return select ? wrapper_.selectComponent(component) : wrapper_.unselectComponent(component);
     }
     void ExpectSelection(bool select, Velmora::IAvComponent* chosen) override {
-        select ? void(EXPECT_CALL(*backend_, SelectComponent(chosen))) : void(EXPECT_CALL(*backend_, UnselectComponent(chosen)));
+        select ? void(EXPECT_CALL(*backend_, SelectComponent(chosen)))
+               : void(EXPECT_CALL(*backend_, UnselectComponent(chosen)));
     }
 
 private:
@@ -65,10 +66,13 @@ struct Kind {
 void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
 
 const Kind kKinds[] = {
-    {"media", [](UVAClient* client) -> std::unique_ptr<Side> { return std::make_unique<Media>(client, UVABackend::TYPE_MEDIA_SOURCE); },
+    {"media",
+     [](UVAClient* client) -> std::unique_ptr<Side> {
+         return std::make_unique<Media>(client, UVABackend::TYPE_MEDIA_SOURCE);
+     },
      "Velmora::M", "MediaBackendEvent", true, true, false},
-    {"broadcast", [](UVAClient* client) -> std::unique_ptr<Side> { return std::make_unique<Broadcast>(client); }, "Velmora::VB",
-     "VideoBroadcastBackendEvent", false, false, true},
+    {"broadcast", [](UVAClient* client) -> std::unique_ptr<Side> { return std::make_unique<Broadcast>(client); },
+     "Velmora::VB", "VideoBroadcastBackendEvent", false, false, true},
 };
 
 class ComponentFixture : public VelmoraTest::LiveObjectsTest {
@@ -179,10 +183,14 @@ TEST_P(SelectionTest, SelectOrUnselect_MapsTheBrowsersComponentBackOrRefuses) {
 }
 
 const Selection kSelections[] = {
-    {"select_null", Target::Null, true, UVA_STATUS_ERROR, "selectComponent Uva attempts to select nullpointer AVComponent id."},
-    {"unselect_null", Target::Null, false, UVA_STATUS_ERROR, "unselectComponent Uva attempts to select nullpointer AVComponent id."},
-    {"select_removed", Target::Removed, true, UVA_STATUS_ERROR, "selectComponent Uva attempts to select non-existing AVComponent id."},
-    {"unselect_removed", Target::Removed, false, UVA_STATUS_ERROR, "unselectComponent Uva attempts to select invalid AVComponent id."},
+    {"select_null", Target::Null, true, UVA_STATUS_ERROR,
+     "selectComponent Uva attempts to select nullpointer AVComponent id."},
+    {"unselect_null", Target::Null, false, UVA_STATUS_ERROR,
+     "unselectComponent Uva attempts to select nullpointer AVComponent id."},
+    {"select_removed", Target::Removed, true, UVA_STATUS_ERROR,
+     "selectComponent Uva attempts to select non-existing AVComponent id."},
+    {"unselect_removed", Target::Removed, false, UVA_STATUS_ERROR,
+     "unselectComponent Uva attempts to select invalid AVComponent id."},
     {"select_inactive", Target::Inactive, true, UVA_STATUS_ERROR, ""},
     {"select", Target::Active, true, UVA_STATUS_OK, ""},
     {"unselect", Target::Active, false, UVA_STATUS_OK, ""},

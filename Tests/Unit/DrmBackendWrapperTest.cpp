@@ -40,7 +40,9 @@ Bytes Shared(const std::string& bytes) {
     return copy;
 }
 
-std::string Block(const unsigned char* bytes, std::uint32_t size) { return size == 0 ? "" : std::string(bytes, bytes + size); }
+std::string Block(const unsigned char* bytes, std::uint32_t size) {
+    return size == 0 ? "" : std::string(bytes, bytes + size);
+}
 
 // A DRM back-end that keeps what reaches it and answers `answer`, or fails through `failure`.
 class DrmBackendWrapperTest : public VelmoraTest::LiveObjectsTest {
@@ -167,8 +169,9 @@ TEST_F(DrmBackendWrapperTest, addKey_TraceStopsAtZeroOrEnd) {
     const std::vector<unsigned char> key{'k', 'e', 'y'};  // no zero: the line must stop at the block's end
     wrapper->generateKeyRequest(initData, 5);
     wrapper->addKey(key.data(), 3, nullptr, 0, "s");  // the null block fails the stream: the line ends there
-    EXPECT_EQ(Lines(2), Strings({Entry("generateKeyRequest") + " Value of init_data is : ab Value of init_data_size is : 5",
-                                 Entry("addKey") + " Key value: key; ; key_size: 3 Value of init_data is : "}));
+    EXPECT_EQ(Lines(2),
+              Strings({Entry("generateKeyRequest") + " Value of init_data is : ab Value of init_data_size is : 5",
+                       Entry("addKey") + " Key value: key; ; key_size: 3 Value of init_data is : "}));
     EXPECT_EQ(Block(blocks[0].get(), 5), "ab\0cd"s);
 }
 
@@ -193,8 +196,8 @@ TEST_F(DrmBackendWrapperTest, sendDRMMessage_SessionIdCopied) {
 TEST_F(DrmBackendWrapperTest, getDecrypter_Refused) {
     auto* const given = reinterpret_cast<UVADRMBackend::UVADRMDecrypter*>(0x1234);
     UVADRMBackend::UVADRMDecrypter* decrypter = given;
-    const UVA_STATUS statuses[] = {wrapper->getDecrypter(decrypter, nullptr, 0, true), wrapper->releaseDecrypter(decrypter),
-                                   wrapper->onInitData(nullptr, 0)};
+    const UVA_STATUS statuses[] = {wrapper->getDecrypter(decrypter, nullptr, 0, true),
+                                   wrapper->releaseDecrypter(decrypter), wrapper->onInitData(nullptr, 0)};
     wrapper->stopDecrypters();
     EXPECT_THAT(statuses, testing::Each(UVA_STATUS_ERROR_2));
     EXPECT_EQ(decrypter, given);
@@ -214,7 +217,8 @@ const Operation kOperations[] = {
     {"generateKeyRequest", [](DrmBackendWrapper& drm) { return Str(drm.generateKeyRequest(kData, 1)); }},
     {"addKey", [](DrmBackendWrapper& drm) { return Str(drm.addKey(kData, 1, kData, 1, "s")); }},
     {"addKeyReleaseCommit", [](DrmBackendWrapper& drm) { return Str(drm.addKeyReleaseCommit(kData, 1, "s")); }},
-    {"sendDRMMessage", [](DrmBackendWrapper& drm) {
+    {"sendDRMMessage",
+     [](DrmBackendWrapper& drm) {
          char* sessionId = nullptr;
          const std::string status = Str(drm.sendDRMMessage("t", "m", sessionId));
          return std::free(sessionId), status;
@@ -262,7 +266,8 @@ TEST_P(DrmFailureTest, Forward_StackThrows) {
     EXPECT_THAT(Lines(2), ElementsAre(StartsWith(Entry(operation.name))));
 }
 
-INSTANTIATE_TEST_SUITE_P(Matrix, DrmFailureTest, testing::Combine(testing::ValuesIn(kOperations), testing::ValuesIn(kFailures)),
+INSTANTIATE_TEST_SUITE_P(Matrix, DrmFailureTest,
+                         testing::Combine(testing::ValuesIn(kOperations), testing::ValuesIn(kFailures)),
                          [](const auto& info) {
                              return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
                          });

@@ -56,7 +56,8 @@ protected:
     // Every entry point that goes through the table, with what each answered.
     static std::vector<int> CallAll() {
         return {UVA_RequestBackend(UVABackend::TYPE_VIDEO_BROADCAST, kClient) == kBackend, UVA_ReleaseBackend(kBackend),
-                UVADRM_RequestBackend("org.w3.clearkey", kDrmClient) == kDrmBackend, UVADRM_ReleaseBackend(kDrmBackend)};
+                UVADRM_RequestBackend("org.w3.clearkey", kDrmClient) == kDrmBackend,
+                UVADRM_ReleaseBackend(kDrmBackend)};
     }
 
     VelmoraTest::LogCapture log;
@@ -80,8 +81,8 @@ TEST_F(EntryPointsTest, GetSupportedBackendIDs_FixedList) {
     const char** ids = nullptr;
     ASSERT_EQ(UVADRM_GetSupportedBackendIDs(ids), UVA_STATUS_OK);
     ASSERT_NE(ids, nullptr);
-    EXPECT_THAT(std::vector<std::string>(ids, ids + 4),
-                ElementsAre("com.youtube.playready", "urn:dvb:casystemid:19219", "org.w3.clearkey", "webkit-org.w3.clearkey"));
+    EXPECT_THAT(std::vector<std::string>(ids, ids + 4), ElementsAre("com.youtube.playready", "urn:dvb:casystemid:19219",
+                                                                    "org.w3.clearkey", "webkit-org.w3.clearkey"));
     EXPECT_EQ(ids[4], nullptr);
     delete[] ids;
     EXPECT_THAT(calls, IsEmpty());
@@ -89,7 +90,8 @@ TEST_F(EntryPointsTest, GetSupportedBackendIDs_FixedList) {
 
 TEST_F(EntryPointsTest, SetCallbacks_TableVariants) {
     using Strings = std::vector<std::string>;
-    const Strings all{"request 2 client", "release backend", "drm request org.w3.clearkey client", "drm release backend"};
+    const Strings all{"request 2 client", "release backend", "drm request org.w3.clearkey client",
+                      "drm release backend"};
     const struct {
         const char* name;
         std::function<void(Callbacks&)> change;  // to the table installed over an earlier recording one
@@ -99,11 +101,18 @@ TEST_F(EntryPointsTest, SetCallbacks_TableVariants) {
     } rows[] = {
         {"as_given", [](Callbacks&) {}, false, all, {1, UVA_STATUS_ERROR_3, 1, UVA_STATUS_OK}},
         {"assigned_to_itself", [](Callbacks&) {}, true, all, {1, UVA_STATUS_ERROR_3, 1, UVA_STATUS_OK}},
-        {"empty_member_silences_only_its_entry_point", [](Callbacks& table) { table.releaseBackend.clear(); }, false,
-         {all[0], all[2], all[3]}, {1, UVA_STATUS_ERROR, 1, UVA_STATUS_OK}},
+        {"empty_member_silences_only_its_entry_point",
+         [](Callbacks& table) { table.releaseBackend.clear(); },
+         false,
+         {all[0], all[2], all[3]},
+         {1, UVA_STATUS_ERROR, 1, UVA_STATUS_OK}},
         {"later_table_replaces_the_earlier",
-         [](Callbacks& table) { table = Callbacks{}, table.releaseBackend = [](UVABackend*) { return UVA_STATUS_ERROR_2; }; },
-         false, {}, {0, UVA_STATUS_ERROR_2, 0, UVA_STATUS_ERROR}},
+         [](Callbacks& table) {
+             table = Callbacks{}, table.releaseBackend = [](UVABackend*) { return UVA_STATUS_ERROR_2; };
+         },
+         false,
+         {},
+         {0, UVA_STATUS_ERROR_2, 0, UVA_STATUS_ERROR}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

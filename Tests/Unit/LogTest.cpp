@@ -40,7 +40,8 @@ TEST_F(LogTest, Log_LevelBelowThreshold) {
 
 TEST_F(LogTest, Log_ContextFileLine) {
     const int line = __LINE__ + 1;
-    VELMORA_LOG(site, 4) << "pause" << "; " << 42 << "; ";
+    VELMORA_LOG(site, 4) << "pause"
+                         << "; " << 42 << "; ";
     const auto records = log.Records();
     ASSERT_EQ(records.size(), 1u);
     EXPECT_EQ(records[0].context, "Velmora::LogTest");

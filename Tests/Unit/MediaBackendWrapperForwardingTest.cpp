@@ -110,7 +110,7 @@ struct Failure {
     const char* name;
     std::function<void()> raise;  // null: the back-end is not a media back-end
     UVA_STATUS status;
-    bool standard;     // a standard exception: the line follows the operation's name
+    bool standard;  // a standard exception: the line follows the operation's name
     std::string line;
 };
 

@@ -79,7 +79,7 @@ TEST(SlotGateTest, Close_FromInsideItsOwnSlot) {
     std::atomic<int> destroyed{0};
     Subscriber subscriber(destroyed);
     subscriber.during = [&] { subscriber.gate.Close(); };
-    subscriber.gate.Bind<&Subscriber::Handle>(&subscriber)(1);
+    subscriber.gate.Bind<&Subscriber::Handle> (&subscriber)(1);
     EXPECT_EQ(subscriber.calls, 1);
 }
 

@@ -77,7 +77,7 @@ TEST_F(TraceRecorderTest, WriteTrace_CallsFailuresAndSlots) {
         kPolicy, []() -> UVA_STATUS { throw GenericErrorException("boom"); }, &backend, "broken");
     Listener listener;
     SlotGate gate;
-    gate.Bind<&Listener::Hear>(&listener)(boost::make_shared<BackendEvent>(BackendEvent::SeekCompleted));
+    gate.Bind<&Listener::Hear> (&listener)(boost::make_shared<BackendEvent>(BackendEvent::SeekCompleted));
 
     std::map<std::string, JsonValue> events = Written();
     ASSERT_EQ(events.count("fine"), 1u);

@@ -11,13 +11,34 @@ using Velmora::DrmBackendEvent;
 using namespace Velmora::Wrapper::Utilities;
 
 TEST(ConvertEventIdToStringTest, ConvertEventIdToString_BackendCodes) {
-    const char* const expected[] = {
-        "BackendResourceRevoked", "NeedData", "NeedMseData", "WriteMseData", "CancelDataRequests",
-        "PlaybackFinished", "DurationChanged", "VideoResized", "DecodeError", "SeekCompleted",
-        "VideoFrameAvailable", "DRMRightsError", "ParentalRatingError", "ParentalRatingChange",
-        "BroadcastPlaystateChange", "ChannelChangeError", "ChannelChangeSucceeded", "ProgrammesChanged",
-        "RecordingError", "RecordingStateChange", "BufferingProgress", "BufferingNetworkError", "BufferingIdle",
-        "BufferingStreamUnderrun", "BufferingStreamBuffered", "SubtitlesChanged", "ComponentChanged", "LastEvent"};
+    const char* const expected[] = {"BackendResourceRevoked",
+                                    "NeedData",
+                                    "NeedMseData",
+                                    "WriteMseData",
+                                    "CancelDataRequests",
+                                    "PlaybackFinished",
+                                    "DurationChanged",
+                                    "VideoResized",
+                                    "DecodeError",
+                                    "SeekCompleted",
+                                    "VideoFrameAvailable",
+                                    "DRMRightsError",
+                                    "ParentalRatingError",
+                                    "ParentalRatingChange",
+                                    "BroadcastPlaystateChange",
+                                    "ChannelChangeError",
+                                    "ChannelChangeSucceeded",
+                                    "ProgrammesChanged",
+                                    "RecordingError",
+                                    "RecordingStateChange",
+                                    "BufferingProgress",
+                                    "BufferingNetworkError",
+                                    "BufferingIdle",
+                                    "BufferingStreamUnderrun",
+                                    "BufferingStreamBuffered",
+                                    "SubtitlesChanged",
+                                    "ComponentChanged",
+                                    "LastEvent"};
     for (int code = 0; code <= BackendEvent::LastEvent; ++code) {
         EXPECT_EQ(ConvertEventIdToString(static_cast<BackendEvent::EventType>(code)), expected[code]) << code;
     }

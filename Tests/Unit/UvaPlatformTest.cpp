@@ -13,7 +13,6 @@
 
 namespace {
 
-
 struct TestComponent : UVABackend::AVComponent {
     explicit TestComponent(const char* language)
         : AVComponent([&] {
@@ -61,8 +60,8 @@ INSTANTIATE_TEST_SUITE_P(
         ProtocolCase{"two_events_in_flight",
                      {Step::Prevent, Step::Prevent, Step::MarkUnused, Step::StopPreventing, Step::StopPreventing},
                      4},
-        ProtocolCase{"unbalanced_stop_is_ignored", {Step::StopPreventing, Step::Prevent, Step::MarkUnused,
-                                                    Step::StopPreventing},
+        ProtocolCase{"unbalanced_stop_is_ignored",
+                     {Step::StopPreventing, Step::Prevent, Step::MarkUnused, Step::StopPreventing},
                      3}),
     [](const ::testing::TestParamInfo<ProtocolCase>& info) { return std::string(info.param.name); });
 

@@ -96,9 +96,11 @@ TEST_F(RegistryTest, ReleaseBackend_TwiceOrForeign) {
     EXPECT_EQ(UVA_ReleaseBackend(backend), UVA_STATUS_OK);
     log.Clear();
     EXPECT_EQ(UVA_ReleaseBackend(backend), UVA_STATUS_ERROR);
-    EXPECT_THAT(Lines(), Contains(LogLine(5, "ReleaseBackend Uva attempts to release invalid media backend resource.")));
+    EXPECT_THAT(Lines(),
+                Contains(LogLine(5, "ReleaseBackend Uva attempts to release invalid media backend resource.")));
     EXPECT_EQ(UVADRM_ReleaseBackend(reinterpret_cast<UVADRMBackend*>(backend)), UVA_STATUS_ERROR);
-    EXPECT_THAT(Lines(), Contains(LogLine(5, "ReleaseDrmBackend Uva attempts to release invalid drm backend resource.")));
+    EXPECT_THAT(Lines(),
+                Contains(LogLine(5, "ReleaseDrmBackend Uva attempts to release invalid drm backend resource.")));
 }
 
 TEST_F(RegistryTest, RequestBackend_UnknownType) {
@@ -125,27 +127,28 @@ TEST_P(RegistryFailureTest, RequestBackend_StackThrows) {
         GetParam().raise();
         return {};
     }));
-    ON_CALL(*uva, CreateDrmBackend(_)).WillByDefault(Invoke([](const std::string&) -> boost::shared_ptr<Velmora::IDrmBackend> {
-        GetParam().raise();
-        return {};
-    }));
+    ON_CALL(*uva, CreateDrmBackend(_))
+        .WillByDefault(Invoke([](const std::string&) -> boost::shared_ptr<Velmora::IDrmBackend> {
+            GetParam().raise();
+            return {};
+        }));
     EXPECT_EQ(Request(UVABackend::TYPE_MEDIA), nullptr);
     EXPECT_EQ(RequestDrm("org.w3.clearkey"), nullptr);
     EXPECT_THAT(Lines(), Contains(LogLine(5, GetParam().mediaLine)));
     EXPECT_THAT(Lines(), Contains(LogLine(5, GetParam().drmLine)));
-    EXPECT_THAT(Lines(), Contains(LogLine(2, "RequestDrmBackend ------ Now added: 0. Number of backends in uvaDrmBackends: 0")));
+    EXPECT_THAT(Lines(),
+                Contains(LogLine(2, "RequestDrmBackend ------ Now added: 0. Number of backends in uvaDrmBackends: 0")));
 }
 
 INSTANTIATE_TEST_SUITE_P(
     EveryFailureKind, RegistryFailureTest,
-    ::testing::Values(
-        CreationFailure{"exception_base", [] { throw ExceptionBase(3, "no tuner"); }, "Exception type 3: no tuner",
-                        "Exception type 3: no tuner"},
-        CreationFailure{"standard", [] { throw std::runtime_error("gone"); },
-                        "RequestBackendvirtual function from IMediaBackend failed: gone",
-                        "RequestDrmBackend virtual function from IDrmBackend failed: gone"},
-        CreationFailure{"int", [] { throw 7; }, "Unknown exception caught in UVAWrapper::RequestBackend",
-                        "Unknown exception caught in UVAWrapper::RequestDrmBackend"}),
+    ::testing::Values(CreationFailure{"exception_base", [] { throw ExceptionBase(3, "no tuner"); },
+                                      "Exception type 3: no tuner", "Exception type 3: no tuner"},
+                      CreationFailure{"standard", [] { throw std::runtime_error("gone"); },
+                                      "RequestBackendvirtual function from IMediaBackend failed: gone",
+                                      "RequestDrmBackend virtual function from IDrmBackend failed: gone"},
+                      CreationFailure{"int", [] { throw 7; }, "Unknown exception caught in UVAWrapper::RequestBackend",
+                                      "Unknown exception caught in UVAWrapper::RequestDrmBackend"}),
     [](const ::testing::TestParamInfo<CreationFailure>& info) { return std::string(info.param.name); });
 
 TEST_F(RegistryTest, HandleLookup_WhileBroadcastBackendLives) {
@@ -169,8 +172,8 @@ TEST_F(RegistryTest, HandleLookup_WhileBroadcastBackendLives) {
 }
 
 TEST_F(RegistryTest, RequestBackend_LookupConnectThrows) {
-    EXPECT_CALL(*uva, ConnectHandleLookup(_)).WillOnce(Invoke([](const Velmora::IUva::HandleLookupSlot&)
-                                                                  -> boost::signals2::connection { throw 1; }));
+    EXPECT_CALL(*uva, ConnectHandleLookup(_))
+        .WillOnce(Invoke([](const Velmora::IUva::HandleLookupSlot&) -> boost::signals2::connection { throw 1; }));
     EXPECT_EQ(Request(UVABackend::TYPE_VIDEO_BROADCAST), nullptr);
     EXPECT_THAT(Lines(), Contains(LogLine(2, "RequestBackend Now added: 0. Number of backends in uvaBackends: 1")));
 }

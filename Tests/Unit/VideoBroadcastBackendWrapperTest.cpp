@@ -17,8 +17,8 @@
 #include "Support/LiveObjects.h"
 #include "Support/MediaStackMocks.h"
 #include "Support/RecordingClients.h"
-#include "VideoBroadcastBackendWrapper.h"
 #include "Velmora/Exceptions.h"
+#include "VideoBroadcastBackendWrapper.h"
 
 namespace {
 thread_local bool failNextNothrowArray = false;
@@ -59,14 +59,23 @@ namespace V = Velmora;
 const boost::shared_ptr<int> kChannel = boost::make_shared<int>(7);
 const auto kName = [](const auto& info) { return std::string(info.param.name); };
 
-
 MATCHER_P4(Packed, a, b, c, d, "") { return arg.x == a && arg.y == b && arg.width == c && arg.height == d; }
 
 // Media stack answers: the hook runs first, then `value` is returned or stored into the out-parameter.
 template <typename T>
-auto Then(Hook hook, T value) { return [hook, value] { hook(); return value; }; }
+auto Then(Hook hook, T value) {
+    return [hook, value] {
+        hook();
+        return value;
+    };
+}
 template <typename T>
-auto Store(Hook hook, T value) { return [hook, value](auto& out) { hook(); out = value; }; }
+auto Store(Hook hook, T value) {
+    return [hook, value](auto& out) {
+        hook();
+        out = value;
+    };
+}
 
 // The out-parameter holds `expected` after a success and is untouched after a failure.
 template <typename T>
@@ -89,7 +98,8 @@ UVA_STATUS Speeds(W& wrapper) {
     unsigned int count = 3;
     const UVA_STATUS status = wrapper.getPlaybackSpeeds(speeds, count);
     const std::unique_ptr<double[]> owned(speeds);
-    return Out<std::vector<double>>(status, speeds ? std::vector<double>(speeds, speeds + count) : std::vector<double>{}, {-2, 1, 8});
+    return Out<std::vector<double>>(
+        status, speeds ? std::vector<double>(speeds, speeds + count) : std::vector<double>{}, {-2, 1, 8});
 }
 
 struct Operation {
@@ -110,22 +120,36 @@ const Operation kOperations[] = {
     {"release", 5, MEDIA_STACK(Release(), h), BROWSER(release())},
     {"setVideoWindow_crosswise", 5, MEDIA_STACK(SetVideoWindow(Packed(10, 20, 400, 300)), Then(h, false)),
      BROWSER(setVideoWindow(10, 20, 300, 400)), UVA_STATUS_ERROR},
-    {"setClipRect_16_bits", 5, MEDIA_STACK(SetClipRect(Packed(4464, -1, 6, 5)), Then(h, true)), BROWSER(setClipRect(70000, -1, 5, 6))},
+    {"setClipRect_16_bits", 5, MEDIA_STACK(SetClipRect(Packed(4464, -1, 6, 5)), Then(h, true)),
+     BROWSER(setClipRect(70000, -1, 5, 6))},
     {"setVisibility", 5, MEDIA_STACK(SetVisibility(true, false), h), BROWSER(setVisibility(true, false))},
-    {"setVolume", 5, MEDIA_STACK(SetVolume(0.25), h), BROWSER(setVolume(0.25)), UVA_STATUS_OK, "Impl functiond failed: "},
+    {"setVolume", 5, MEDIA_STACK(SetVolume(0.25), h), BROWSER(setVolume(0.25)), UVA_STATUS_OK,
+     "Impl functiond failed: "},
     {"getPlayState", 5, MEDIA_STACK(GetPlayState(_), Store(h, 2)), Reads(&W::getPlayState, W::PLAY_STATE_PRESENTING)},
-    {"getCurrentChannel", 5, MEDIA_STACK(GetCurrentChannel(), [h] { h(); return kChannel; }),
+    {"getCurrentChannel", 5,
+     MEDIA_STACK(GetCurrentChannel(),
+                 [h] {
+                     h();
+                     return kChannel;
+                 }),
      Reads(&W::getCurrentChannel, static_cast<void*>(kChannel.get()))},
     {"setChannel_null_text", 5, MEDIA_STACK(SetChannel(kChannel.get(), true, false, "", true, false), h),
      BROWSER(setChannel(kChannel.get(), true, false, nullptr, true, false))},
-    {"getPlaybackOffset_unsigned", 2, MEDIA_STACK(GetPlaybackOffset(_), Store(h, 4294967295u)), Reads(&W::getPlaybackOffset, 4294967295.0)},
+    {"getPlaybackOffset_unsigned", 2, MEDIA_STACK(GetPlaybackOffset(_), Store(h, 4294967295u)),
+     Reads(&W::getPlaybackOffset, 4294967295.0)},
     {"getPlaybackSpeeds", 2, MEDIA_STACK(GetPlaybackSpeeds(_), Store(h, std::vector<double>{-2, 1, 8})), Speeds},
     {"recordNow_writes_no_text", 2, MEDIA_STACK(RecordNow(), Then(h, true)),
-     [](W& w) { char* id = nullptr; return Out<char*>(w.recordNow(60.0, id), id, nullptr); }},
+     [](W& w) {
+         char* id = nullptr;
+         return Out<char*>(w.recordNow(60.0, id), id, nullptr);
+     }},
     {"stopRecording", 2, MEDIA_STACK(StopRecording(), Then(h, false)), BROWSER(stopRecording()), UVA_STATUS_ERROR},
-    {"setPosition_truncates", 2, MEDIA_STACK(SetPosition(12, W::POSITION_FROM_START), h), BROWSER(setPosition(12.9, W::POSITION_FROM_START))},
-    {"setPosition_low_32_bits", 2, MEDIA_STACK(SetPosition(2, W::POSITION_FROM_CURRENT), h), BROWSER(setPosition(4294967298.7, W::POSITION_FROM_CURRENT))},
-    {"getRecordingState", 2, MEDIA_STACK(GetRecordingState(_), Store(h, 2)), Reads(&W::getRecordingState, W::RECORDING_STARTED)},
+    {"setPosition_truncates", 2, MEDIA_STACK(SetPosition(12, W::POSITION_FROM_START), h),
+     BROWSER(setPosition(12.9, W::POSITION_FROM_START))},
+    {"setPosition_low_32_bits", 2, MEDIA_STACK(SetPosition(2, W::POSITION_FROM_CURRENT), h),
+     BROWSER(setPosition(4294967298.7, W::POSITION_FROM_CURRENT))},
+    {"getRecordingState", 2, MEDIA_STACK(GetRecordingState(_), Store(h, 2)),
+     Reads(&W::getRecordingState, W::RECORDING_STARTED)},
 };
 
 class BroadcastTest : public VelmoraTest::LiveObjectsTest {
@@ -163,10 +187,15 @@ const char* const kCastFailed = "Exception occurred while performing IVideoBroad
 
 const Failure kFailures[] = {
     {"type2", [] { throw ExceptionBase(2, "no"); }, UVA_STATUS_ERROR_2, [](auto& op) { return Typed(op, 2, "no"); }},
-    {"standard", [] { throw std::runtime_error("x"); }, UVA_STATUS_ERROR, [](auto& op) { return Lines{LogLine(5, op.failed + "x")}; }},
-    {"no_backend", nullptr, UVA_STATUS_ERROR, [](auto& op) { return Typed(op, 1, kCastFailed); }, [] { return boost::shared_ptr<V::IBackend>(); }},
+    {"standard", [] { throw std::runtime_error("x"); }, UVA_STATUS_ERROR,
+     [](auto& op) { return Lines{LogLine(5, op.failed + "x")}; }},
+    {"no_backend", nullptr, UVA_STATUS_ERROR, [](auto& op) { return Typed(op, 1, kCastFailed); },
+     [] { return boost::shared_ptr<V::IBackend>(); }},
     {"media_backend", nullptr, UVA_STATUS_ERROR, [](auto& op) { return Typed(op, 1, kCastFailed); },
-     [] { return boost::shared_ptr<V::IBackend>(boost::make_shared<::testing::NiceMock<VelmoraTest::MockMediaBackend>>()); }},
+     [] {
+         return boost::shared_ptr<V::IBackend>(
+             boost::make_shared<::testing::NiceMock<VelmoraTest::MockMediaBackend>>());
+     }},
 };
 
 class FailureTest : public BroadcastTest, public ::testing::WithParamInterface<std::tuple<Operation, Failure>> {};
@@ -182,8 +211,10 @@ TEST_P(FailureTest, NeverEscapesAndAnswersTheStatusWithItsLine) {
     EXPECT_THAT(log.Records("Velmora::VB"), ElementsAreArray(failure.lines(operation)));
 }
 
-INSTANTIATE_TEST_SUITE_P(EveryOperationAndFailure, FailureTest, ::testing::Combine(ValuesIn(kOperations), ValuesIn(kFailures)),
-                         [](const auto& info) { return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name; });
+INSTANTIATE_TEST_SUITE_P(EveryOperationAndFailure, FailureTest,
+                         ::testing::Combine(ValuesIn(kOperations), ValuesIn(kFailures)), [](const auto& info) {
+                             return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
+                         });
 
 TEST_F(BroadcastTest, AnEmptySpeedListOrAFailedArrayLeavesTheOutputUntouched) {
     for (const bool emptyList : {true, false}) {
@@ -223,8 +254,9 @@ TEST_F(BroadcastTest, WithoutAClientItForwardsButNeverSubscribes) {
     wrapper = std::make_unique<W>(backend, nullptr);
     EXPECT_EQ(wrapper->stop(), UVA_STATUS_OK);
     wrapper->VideoBroadcastBackendEvent(boost::make_shared<BackendEvent>(BackendEvent::BufferingIdle));
-    EXPECT_THAT(log.Records("Velmora::VB"), ElementsAre(LogLine(5, "VideoBroadcastBackendWrapper Client is not set!"),
-                                                        LogLine(5, "VideoBroadcastBackendEvent Event cannot be sent since client is not set!")));
+    EXPECT_THAT(log.Records("Velmora::VB"),
+                ElementsAre(LogLine(5, "VideoBroadcastBackendWrapper Client is not set!"),
+                            LogLine(5, "VideoBroadcastBackendEvent Event cannot be sent since client is not set!")));
 }
 
 struct Translation {
@@ -246,8 +278,10 @@ TEST_P(TranslationTest, DeliversTheBrowsersEventWithCopiedFields) {
     }
     EXPECT_EQ(thrown, GetParam().thrown);
     EXPECT_EQ(client.events.Count() == 0 ? "" : Describe(client.events.At(0)), GetParam().delivered);
-    const std::string line = std::string("VideoBroadcastBackendEvent not handled. Event ID: ") + Text(GetParam().notHandled);
-    EXPECT_THAT(log.Records("Velmora::VB"), ElementsAreArray(GetParam().notHandled ? Lines{LogLine(5, line)} : Lines{}));
+    const std::string line =
+        std::string("VideoBroadcastBackendEvent not handled. Event ID: ") + Text(GetParam().notHandled);
+    EXPECT_THAT(log.Records("Velmora::VB"),
+                ElementsAreArray(GetParam().notHandled ? Lines{LogLine(5, line)} : Lines{}));
 }
 
 BackendEvent* Plain(BackendEvent::EventType type) { return new BackendEvent(type); }
@@ -256,14 +290,20 @@ void* const kHandle = reinterpret_cast<void*>(0x1234);
 INSTANTIATE_TEST_SUITE_P(
     EveryCode, TranslationTest,
     ValuesIn(std::vector<Translation>{
-        {"rating_error", [] { return new V::ParentalRatingErrorEvent("c1", nullptr, 15); }, "ParentalRatingErrorEvent 11 c1 15 null"},
-        {"rating_change", [] { return new V::ParentalRatingChangeEvent(nullptr, "d1", 12); }, "ParentalRatingChangeEvent 12 null 12 d1"},
-        {"playstate", [] { return new V::BroadcastPlaystateChangeEvent(2, 5); }, "BroadcastPlaystateChangeEvent 13 2 5"},
-        {"channel_error", [] { return new V::ChannelChangeErrorEvent(kHandle, 9); }, "ChannelChangeErrorEvent 14 0x1234 9"},
-        {"channel_changed", [] { return new V::ChannelChangeSucceededEvent(kHandle); }, "ChannelChangeSucceededEvent 15 0x1234"},
+        {"rating_error", [] { return new V::ParentalRatingErrorEvent("c1", nullptr, 15); },
+         "ParentalRatingErrorEvent 11 c1 15 null"},
+        {"rating_change", [] { return new V::ParentalRatingChangeEvent(nullptr, "d1", 12); },
+         "ParentalRatingChangeEvent 12 null 12 d1"},
+        {"playstate", [] { return new V::BroadcastPlaystateChangeEvent(2, 5); },
+         "BroadcastPlaystateChangeEvent 13 2 5"},
+        {"channel_error", [] { return new V::ChannelChangeErrorEvent(kHandle, 9); },
+         "ChannelChangeErrorEvent 14 0x1234 9"},
+        {"channel_changed", [] { return new V::ChannelChangeSucceededEvent(kHandle); },
+         "ChannelChangeSucceededEvent 15 0x1234"},
         {"programmes", [] { return Plain(BackendEvent::ProgrammesChanged); }, "UVAEvent 16"},
         {"recording_error", [] { return new V::RecordingErrorEvent(3, "r1"); }, "RecordingErrorEvent 17 3 r1"},
-        {"recording_state", [] { return new V::RecordingStateChangeEvent(2, nullptr); }, "RecordingStateChangeEvent 18 2 null"},
+        {"recording_state", [] { return new V::RecordingStateChangeEvent(2, nullptr); },
+         "RecordingStateChangeEvent 18 2 null"},
         {"idle", [] { return Plain(BackendEvent::BufferingIdle); }, "UVAEvent 21"},
         {"underrun_without_level", [] { return new V::BufferingStreamUnderrunEvent(40); }, "UVAEvent 22"},
         {"subtitles_null", [] { return new V::SubtitlesChangedEvent(nullptr); }, "SubtitlesChangedEvent 24 null"},
@@ -271,7 +311,8 @@ INSTANTIATE_TEST_SUITE_P(
         {"drm_rights", [] { return new V::DRMRightsErrorEvent(1, "c", "d", "u"); }, "", "DRMRightsError"},
         {"end_marker", [] { return Plain(BackendEvent::LastEvent); }, "", "LastEvent"},
         {"unknown", [] { return Plain(static_cast<BackendEvent::EventType>(30)); }, "", "Unknown event ID"},
-        {"wrong_class", [] { return Plain(BackendEvent::SubtitlesChanged); }, "", nullptr, "Dynamic cast of Velmora::BackendEventPtr failed."}}),
+        {"wrong_class", [] { return Plain(BackendEvent::SubtitlesChanged); }, "", nullptr,
+         "Dynamic cast of Velmora::BackendEventPtr failed."}}),
     kName);
 
 }  // namespace

@@ -124,7 +124,8 @@ public:
         const int code = event->type;
         const BackendEvent& raised = *event;
         if (code < 0 || code >= kEventCodes) {
-            wrongClasses.push_back("code " + std::to_string(code) + " is no event code (" + Demangled(typeid(raised)) + ")");
+            wrongClasses.push_back("code " + std::to_string(code) + " is no event code (" + Demangled(typeid(raised)) +
+                                   ")");
             return;
         }
         const EventClass& expected = kEventClasses[code];
@@ -339,7 +340,8 @@ private:
         if (answer != UVA_STATUS_OK) {
             streamDone = true;  // a browser gives up on a stream whose data is refused
             observations.writeFailures.push_back("writeData(" + std::to_string(filled) + " samples" +
-                                                 (streamDone ? ", end of stream" : "") + ") -> " + std::to_string(answer));
+                                                 (streamDone ? ", end of stream" : "") + ") -> " +
+                                                 std::to_string(answer));
             return;
         }
         observations.samplesWritten += filled;
@@ -361,7 +363,7 @@ struct MseType {
     const char* codec;
 };
 const MseType kCommonMseTypes[] = {
-    {"video/mp4", "avc1.42E01E"}, {"video/webm", "vp9"}, {"video/webm", "vp8"},
+    {"video/mp4", "avc1.42E01E"}, {"video/webm", "vp9"},  {"video/webm", "vp8"},
     {"audio/mp4", "mp4a.40.2"},   {"audio/webm", "opus"},
 };
 
@@ -403,7 +405,7 @@ SourceDescription* MseSource(const std::string& type) {
 
 // The browser keeps what the back-end did not take.
 UVA_STATUS Init(UVAMediaBackend& media, const std::string& url, SourceDescription* source) {
-    auto** sources = new SourceDescription*[2]{source, nullptr};
+    auto** sources = new SourceDescription* [2] { source, nullptr };
     const UVA_STATUS status = media.initBackend(url.c_str(), sources, false);
     if (status != UVA_STATUS_OK) {
         delete source;
@@ -474,8 +476,9 @@ Observations PlaySession(Harness& harness, const Feed& feed, Ending ending, bool
         browser.Pump(
             [&] {
                 if (observations.decodeErrors > 0 || browser.playbackFinished) return true;
-                if (url) return whilePlaying ? browser.eventsHandled > 0
-                                             : observations.componentsAnnounced > 0 && browser.durationKnown;
+                if (url)
+                    return whilePlaying ? browser.eventsHandled > 0
+                                        : observations.componentsAnnounced > 0 && browser.durationKnown;
                 return whilePlaying ? observations.dataRequests > 0 : browser.streamDone;
             },
             kStreamDeadline);
@@ -530,7 +533,8 @@ std::vector<OperationTiming> SweepOperations(Harness& harness, const Feed& feed,
         {"setFullScreen", [](UVAMediaBackend& m) { return m.setFullScreen(false); }},
         {"setVolume", [](UVAMediaBackend& m) { return m.setVolume(0.5); }},
         {"setContentSize", [](UVAMediaBackend& m) { return m.setContentSize(1280, 720); }},
-        {"setBufferingStrategy", [](UVAMediaBackend& m) { return m.setBufferingStrategy(UVABackend::BUFFERING_DEFAULT); }},
+        {"setBufferingStrategy",
+         [](UVAMediaBackend& m) { return m.setBufferingStrategy(UVABackend::BUFFERING_DEFAULT); }},
         {"canPlayURL", [](UVAMediaBackend& m) { return m.canPlayURL("http://example.invalid/video.mp4"); }},
         {"canPlayType", [](UVAMediaBackend& m) { return m.canPlayType("video/mp4", nullptr, nullptr); }},
         {"getSupportedMimetypes",
@@ -540,9 +544,22 @@ std::vector<OperationTiming> SweepOperations(Harness& harness, const Feed& feed,
              return status;
          }},
         {"play", [](UVAMediaBackend& m) { return m.play(); }},
-        {"getDuration", [](UVAMediaBackend& m) { double d = 0.0; return m.getDuration(d); }},
-        {"getPosition", [](UVAMediaBackend& m) { double p = 0.0; return m.getPosition(p); }},
-        {"getNativeSize", [](UVAMediaBackend& m) { int w = 0, h = 0; double a = 0.0; return m.getNativeSize(w, h, a); }},
+        {"getDuration",
+         [](UVAMediaBackend& m) {
+             double d = 0.0;
+             return m.getDuration(d);
+         }},
+        {"getPosition",
+         [](UVAMediaBackend& m) {
+             double p = 0.0;
+             return m.getPosition(p);
+         }},
+        {"getNativeSize",
+         [](UVAMediaBackend& m) {
+             int w = 0, h = 0;
+             double a = 0.0;
+             return m.getNativeSize(w, h, a);
+         }},
         {"getBufferedTimeRanges",
          [](UVAMediaBackend& m) {
              UVABackend::TimeRange** ranges = nullptr;
@@ -553,7 +570,11 @@ std::vector<OperationTiming> SweepOperations(Harness& harness, const Feed& feed,
              delete[] ranges;
              return status;
          }},
-        {"getBytesInBuffer", [](UVAMediaBackend& m) { unsigned int n = 0; return m.getBytesInBuffer(n); }},
+        {"getBytesInBuffer",
+         [](UVAMediaBackend& m) {
+             unsigned int n = 0;
+             return m.getBytesInBuffer(n);
+         }},
         {"setPlaybackRate", [](UVAMediaBackend& m) { return m.setPlaybackRate(1.0); }},
         {"pause", [](UVAMediaBackend& m) { return m.pause(true); }},
         {"setPosition", [](UVAMediaBackend& m) { return m.setPosition(0.0); }},

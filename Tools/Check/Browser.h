@@ -28,19 +28,19 @@ using Milliseconds = std::chrono::duration<double, std::milli>;
 
 // Everything a session saw; each check judges its own part.
 struct Observations {
-    std::string unavailable;  // why no session could be played; empty when one was
-    std::string played;       // the Media Source type streamed or the URL played
-    std::vector<std::string> wrongClasses;       // events whose object is not of the class their code names
-    std::vector<std::string> insaneValues;       // events the browser got with impossible values
-    std::vector<std::string> afterRelease;       // events the browser got after the release returned
-    std::vector<std::string> componentFaults;    // broken component lifetimes
+    std::string unavailable;                   // why no session could be played; empty when one was
+    std::string played;                        // the Media Source type streamed or the URL played
+    std::vector<std::string> wrongClasses;     // events whose object is not of the class their code names
+    std::vector<std::string> insaneValues;     // events the browser got with impossible values
+    std::vector<std::string> afterRelease;     // events the browser got after the release returned
+    std::vector<std::string> componentFaults;  // broken component lifetimes
     std::uint32_t componentsAnnounced = 0;
     bool selectionTried = false;
     UVA_STATUS selectionStatus = UVA_STATUS_OK;
     std::uint32_t dataRequests = 0;
     std::uint32_t samplesWritten = 0;
     bool endOfStreamWritten = false;
-    std::vector<std::string> writeFailures;      // writeData answers other than OK
+    std::vector<std::string> writeFailures;  // writeData answers other than OK
     std::uint32_t decodeErrors = 0;
     Milliseconds releaseTime{0};
 };

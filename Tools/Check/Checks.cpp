@@ -118,8 +118,8 @@ Verdict CreateDrmBackends(Context& context) {
         claimed += std::string(claimed.empty() ? "" : ", ") + *id;
         UVADRMBackend* backend = UVADRM_RequestBackend(*id, &client);
         if (backend == nullptr) {
-            faults.push_back(std::string(*id) + ": UVADRM_RequestBackend gave nothing; the library logged: " +
-                             harness.LastLine(5));
+            faults.push_back(std::string(*id) +
+                             ": UVADRM_RequestBackend gave nothing; the library logged: " + harness.LastLine(5));
             continue;
         }
         // The browser tells its DRM back-ends apart by this name.
@@ -187,8 +187,8 @@ Verdict MediaSource(Context& context) {
         return Fail(Join(seen.writeFailures) + "; the library logged: " + context.harness.LastLine(4));
     }
     if (seen.dataRequests == 0) return Fail("the stack never asked for data after play()");
-    const std::string accepted = std::to_string(seen.dataRequests) + " data requests; " +
-                                 std::to_string(seen.samplesWritten) + " samples";
+    const std::string accepted =
+        std::to_string(seen.dataRequests) + " data requests; " + std::to_string(seen.samplesWritten) + " samples";
     // The samples are made-up bytes: a stack that decodes them may say so, and the stream ends there.
     const std::string note = seen.decodeErrors == 0 ? "" : " (note: DecodeError for the made-up sample bytes)";
     if (!seen.endOfStreamWritten && seen.decodeErrors == 0) {
@@ -257,10 +257,8 @@ const std::vector<CheckDefinition>& AllChecks() {
          CreateDrmBackends},
         {"event-classes", "every event raised is of the class its code names", EventClasses},
         {"event-values", "events carry sane values (no negative sizes, durations that are numbers)", EventValues},
-        {"no-event-after-release", "no event reaches the browser after it released the back-end",
-         NoEventAfterRelease},
-        {"component-lifetime", "a component is added before it changes, and removed before it dies",
-         ComponentLifetime},
+        {"no-event-after-release", "no event reaches the browser after it released the back-end", NoEventAfterRelease},
+        {"component-lifetime", "a component is added before it changes, and removed before it dies", ComponentLifetime},
         {"component-selection", "selecting a component the stack announced reaches the stack", ComponentSelection},
         {"media-source", "a Media Source back-end asks for data and accepts samples and the end of stream",
          MediaSource},

@@ -186,7 +186,8 @@ Report Run(const CheckDefinition& check, const Settings& settings) {
     close(messages[1]);
     close(errors[1]);
     ChildOutput output;
-    const bool finished = Collect(messages[0], errors[0], start + std::chrono::seconds(settings.timeoutSeconds), output);
+    const bool finished =
+        Collect(messages[0], errors[0], start + std::chrono::seconds(settings.timeoutSeconds), output);
     if (!finished) {
         kill(child, SIGKILL);
     }
@@ -198,16 +199,16 @@ Report Run(const CheckDefinition& check, const Settings& settings) {
     report.trace = output.trace;
 
     if (!finished) {
-        report.evidence = "hung: no verdict within " + std::to_string(settings.timeoutSeconds) +
-                          " s, stopped while " + output.lastStep;
+        report.evidence = "hung: no verdict within " + std::to_string(settings.timeoutSeconds) + " s, stopped while " +
+                          output.lastStep;
     } else if (output.hasVerdict) {
         report.outcome = output.verdict.outcome;
         report.evidence = output.verdict.evidence;
     } else if (WIFSIGNALED(status)) {
         report.evidence = std::string("crashed (") + strsignal(WTERMSIG(status)) + ") while " + output.lastStep;
     } else {
-        report.evidence = "ended with exit status " + std::to_string(WEXITSTATUS(status)) +
-                          " and no verdict while " + output.lastStep;
+        report.evidence = "ended with exit status " + std::to_string(WEXITSTATUS(status)) + " and no verdict while " +
+                          output.lastStep;
     }
     if (report.outcome == Outcome::Fail) {
         report.evidence += StderrEvidence(output);
@@ -251,11 +252,11 @@ bool WriteJUnit(const std::string& path, const std::vector<Report>& reports, dou
     }
     std::ostringstream xml;
     xml << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-        << "<testsuites>\n<testsuite name=\"velmora-check\" tests=\"" << reports.size() << "\" failures=\""
-        << failures << "\" errors=\"0\" skipped=\"" << skipped << "\" time=\"" << seconds << "\">\n";
+        << "<testsuites>\n<testsuite name=\"velmora-check\" tests=\"" << reports.size() << "\" failures=\"" << failures
+        << "\" errors=\"0\" skipped=\"" << skipped << "\" time=\"" << seconds << "\">\n";
     for (const Report& report : reports) {
-        xml << "  <testcase classname=\"velmora-check\" name=\"" << Xml(report.name) << "\" time=\""
-            << report.seconds << "\">";
+        xml << "  <testcase classname=\"velmora-check\" name=\"" << Xml(report.name) << "\" time=\"" << report.seconds
+            << "\">";
         if (report.outcome == Outcome::Fail) {
             xml << "<failure message=\"" << Xml(report.evidence) << "\">" << Xml(report.clause) << "</failure>";
         } else if (report.outcome == Outcome::Skip) {

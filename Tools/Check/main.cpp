@@ -99,7 +99,8 @@ int main(int argc, char** argv) {
     bool stackMade = true;
     for (const CheckDefinition& check : AllChecks()) {
         if (!only.empty() && only.count(check.name) == 0) continue;
-        Report report{check.name, check.clause, Outcome::Skip, "the stack could not be made (see stack-factory)", 0.0, ""};
+        Report report{check.name, check.clause, Outcome::Skip, "the stack could not be made (see stack-factory)", 0.0,
+                      ""};
         if (stackMade) {
             report = Run(check, settings);
         }

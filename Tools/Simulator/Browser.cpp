@@ -23,13 +23,32 @@ bool Find(void* library, const char* name, Function& function, std::string& erro
     return function != nullptr;
 }
 
-const char* const kEventNames[] = {
-    "RESOURCE_REVOKED", "NEED_DATA", "NEED_MSE_DATA", "CANCEL_DATA_REQUESTS", "PLAYBACK_FINISHED",
-    "DURATION_CHANGED", "VIDEO_RESIZED", "DECODE_ERROR", "SEEK_COMPLETED", "VIDEO_FRAME_AVAILABLE",
-    "DRM_RIGHTS_ERROR", "PARENTAL_RATING_ERROR", "PARENTAL_RATING_CHANGE", "BROADCAST_PLAYSTATE_CHANGE",
-    "CHANNEL_CHANGE_ERROR", "CHANNEL_CHANGE_SUCCEEDED", "PROGRAMMES_CHANGED", "RECORDING_ERROR",
-    "RECORDING_STATE_CHANGE", "BUFFERING_PROGRESS", "BUFFERING_NETWORK_ERROR", "BUFFERING_IDLE",
-    "BUFFERING_STREAM_UNDERRUN", "BUFFERING_STREAM_BUFFERED", "SUBTITLES_CHANGED", "COMPONENT_CHANGED"};
+const char* const kEventNames[] = {"RESOURCE_REVOKED",
+                                   "NEED_DATA",
+                                   "NEED_MSE_DATA",
+                                   "CANCEL_DATA_REQUESTS",
+                                   "PLAYBACK_FINISHED",
+                                   "DURATION_CHANGED",
+                                   "VIDEO_RESIZED",
+                                   "DECODE_ERROR",
+                                   "SEEK_COMPLETED",
+                                   "VIDEO_FRAME_AVAILABLE",
+                                   "DRM_RIGHTS_ERROR",
+                                   "PARENTAL_RATING_ERROR",
+                                   "PARENTAL_RATING_CHANGE",
+                                   "BROADCAST_PLAYSTATE_CHANGE",
+                                   "CHANNEL_CHANGE_ERROR",
+                                   "CHANNEL_CHANGE_SUCCEEDED",
+                                   "PROGRAMMES_CHANGED",
+                                   "RECORDING_ERROR",
+                                   "RECORDING_STATE_CHANGE",
+                                   "BUFFERING_PROGRESS",
+                                   "BUFFERING_NETWORK_ERROR",
+                                   "BUFFERING_IDLE",
+                                   "BUFFERING_STREAM_UNDERRUN",
+                                   "BUFFERING_STREAM_BUFFERED",
+                                   "SUBTITLES_CHANGED",
+                                   "COMPONENT_CHANGED"};
 const char* const kDrmEventNames[] = {"NEED_KEY", "KEY_MESSAGE", "KEY_COMPLETE", "KEY_ERROR", "RESULT_MESSAGE"};
 const char* const kComponentTypes[] = {"video", "audio", "subtitle"};
 const char* const kActions[] = {"added", "removed", "changed"};
@@ -124,9 +143,7 @@ void LogBook::Clear() {
 
 void MediaClient::handleEvent(UVAEvent* event) { session.Deliver(event, released); }
 
-UVADRMBackend* MediaClient::requestDRMBackend(const char* keySystemId) {
-    return session.AnswerDrmRequest(keySystemId);
-}
+UVADRMBackend* MediaClient::requestDRMBackend(const char* keySystemId) { return session.AnswerDrmRequest(keySystemId); }
 
 void DrmClient::handleDRMEvent(UVADRMEvent* event) { session.Deliver(event, released); }
 
@@ -167,7 +184,8 @@ UVAMediaBackend* Session::RequestMedia(UVABackend::UVABackendType type) {
 }
 
 UVAVideoBroadcastBackend* Session::RequestBroadcast() {
-    broadcast = static_cast<UVAVideoBroadcastBackend*>(library.requestBackend(UVABackend::TYPE_VIDEO_BROADCAST, &client));
+    broadcast =
+        static_cast<UVAVideoBroadcastBackend*>(library.requestBackend(UVABackend::TYPE_VIDEO_BROADCAST, &client));
     timeline.Expect(broadcast != nullptr, "UVA_RequestBackend(2) gave no back-end");
     timeline.Note(std::string("UVA_RequestBackend(2) -> ") + (broadcast ? "broadcast back-end" : "null"));
     return broadcast;
@@ -290,9 +308,7 @@ void Session::Handle(UVAEvent* event) {
                 Answer(static_cast<NeedMSEDataEvent*>(event));
             }
             return;  // writeData took the event over
-        case UVAEvent::DURATION_CHANGED:
-            duration = static_cast<DurationChangedEvent*>(event)->duration;
-            break;
+        case UVAEvent::DURATION_CHANGED: duration = static_cast<DurationChangedEvent*>(event)->duration; break;
         case UVAEvent::VIDEO_RESIZED:
             videoWidth = static_cast<std::uint32_t>(static_cast<VideoResizedEvent*>(event)->width);
             videoHeight = static_cast<std::uint32_t>(static_cast<VideoResizedEvent*>(event)->height);
@@ -334,8 +350,7 @@ void Session::Handle(UVAEvent* event) {
             }
             break;
         }
-        default:
-            break;
+        default: break;
     }
     delete event;
 }
@@ -371,7 +386,8 @@ void Session::Answer(NeedMSEDataEvent* request) {
     const std::string call = "writeData(NEED_MSE_DATA source " + std::to_string(request->sourceId) + ", " +
                              std::to_string(filled) + " samples, " + std::to_string(bytes) + " bytes" +
                              (last ? ", end of stream)" : ")");
-    timeline.Call(call, media->writeData(request, 0, last ? UVABackend::WRITE_DATA_END_OF_STREAM : UVABackend::WRITE_DATA_OK));
+    timeline.Call(
+        call, media->writeData(request, 0, last ? UVABackend::WRITE_DATA_END_OF_STREAM : UVABackend::WRITE_DATA_OK));
 }
 
 // The browser's licence server knows the content keys: a key message names the key ids it needs.
@@ -388,8 +404,9 @@ void Session::Handle(UVADRMEvent* event) {
         timeline.Expect(key != options.contentKeys.end(), "the licence server knows no key for " + keyId);
         if (key != options.contentKeys.end()) {
             const auto* bytes = reinterpret_cast<const unsigned char*>(key->second.data());
-            timeline.Call("addKey(session " + Text(message->sessionId) + ")",
-                          drm->addKey(bytes, static_cast<unsigned int>(key->second.size()), nullptr, 0, message->sessionId));
+            timeline.Call(
+                "addKey(session " + Text(message->sessionId) + ")",
+                drm->addKey(bytes, static_cast<unsigned int>(key->second.size()), nullptr, 0, message->sessionId));
         }
     }
     delete event;

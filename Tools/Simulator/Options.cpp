@@ -39,69 +39,58 @@ bool NumberOption(const char* name, const char* text, long long minimum, long lo
 }  // namespace
 
 bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
-    static const std::set<std::string> scenarios{"mse", "url", "drm", "broadcast", "faults", "gst-url", "gst-mse", "all"};
-    static const option longOptions[] = {
-        {"scenario", required_argument, nullptr, kScenario},     {"trace", required_argument, nullptr, kTrace},
-        {"iterations", required_argument, nullptr, kIterations}, {"variant", required_argument, nullptr, kVariant},
-        {"library", required_argument, nullptr, kLibrary},       {"help", no_argument, nullptr, 'h'},
-        {"stack", required_argument, nullptr, kStack},           {"stack-options", required_argument, nullptr, kStackOptions},
-        {"media", required_argument, nullptr, kMedia},           {"trace-json", required_argument, nullptr, kTraceJson},
-        {nullptr, 0, nullptr, 0}};
+    static const std::set<std::string> scenarios{"mse",    "url",     "drm",     "broadcast",
+                                                 "faults", "gst-url", "gst-mse", "all"};
+    static const option longOptions[] = {{"scenario", required_argument, nullptr, kScenario},
+                                         {"trace", required_argument, nullptr, kTrace},
+                                         {"iterations", required_argument, nullptr, kIterations},
+                                         {"variant", required_argument, nullptr, kVariant},
+                                         {"library", required_argument, nullptr, kLibrary},
+                                         {"help", no_argument, nullptr, 'h'},
+                                         {"stack", required_argument, nullptr, kStack},
+                                         {"stack-options", required_argument, nullptr, kStackOptions},
+                                         {"media", required_argument, nullptr, kMedia},
+                                         {"trace-json", required_argument, nullptr, kTraceJson},
+                                         {nullptr, 0, nullptr, 0}};
     optind = 0;  // glibc starts afresh, so the command line can be parsed more than once
     opterr = 0;  // mistakes are reported once, by the caller
     int id = 0;
     while ((id = getopt_long(argc, argv, ":h", longOptions, nullptr)) != -1) {
         long long number = 0;
         switch (id) {
-        case 'h':
-            options.help = true;
-            break;
-        case kScenario:
-            if (scenarios.count(optarg) == 0) {
-                error = std::string("--scenario: unknown scenario \"") + optarg + "\"";
-                return false;
-            }
-            options.scenario = optarg;
-            break;
-        case kTrace:
-            if (!NumberOption("trace", optarg, 0, 6, number, error)) {
-                return false;
-            }
-            options.trace = static_cast<int>(number);
-            break;
-        case kIterations:
-            if (!NumberOption("iterations", optarg, 1, INT_MAX, number, error)) {
-                return false;
-            }
-            options.iterations = static_cast<int>(number);
-            break;
-        case kVariant:
-            if (!NumberOption("variant", optarg, 0, UINT32_MAX, number, error)) {
-                return false;
-            }
-            options.variant = static_cast<std::uint32_t>(number);
-            break;
-        case kLibrary:
-            options.library = optarg;
-            break;
-        case kStack:
-            options.stack = optarg;
-            break;
-        case kStackOptions:
-            options.stackOptions = optarg;
-            break;
-        case kMedia:
-            options.media = optarg;
-            break;
-        case kTraceJson:
-            options.traceJson = optarg;
-            break;
-        case ':':
-            error = std::string("missing value for ") + argv[optind - 1];
-            return false;
-        default:
-            error = std::string("unknown option ") + argv[optind - 1];
-            return false;
+            case 'h': options.help = true; break;
+            case kScenario:
+                if (scenarios.count(optarg) == 0) {
+                    error = std::string("--scenario: unknown scenario \"") + optarg + "\"";
+                    return false;
+                }
+                options.scenario = optarg;
+                break;
+            case kTrace:
+                if (!NumberOption("trace", optarg, 0, 6, number, error)) {
+                    return false;
+                }
+                options.trace = static_cast<int>(number);
+                break;
+            case kIterations:
+                if (!NumberOption("iterations", optarg, 1, INT_MAX, number, error)) {
+                    return false;
+                }
+                options.iterations = static_cast<int>(number);
+                break;
+            case kVariant:
+                if (!NumberOption("variant", optarg, 0, UINT32_MAX, number, error)) {
+                    return false;
+                }
+                options.variant = static_cast<std::uint32_t>(number);
+                break;
+            case kLibrary: options.library = optarg; break;
+            case kStack: options.stack = optarg; break;
+            case kStackOptions: options.stackOptions = optarg; break;
+            case kMedia: options.media = optarg; break;
+            case kTraceJson: options.traceJson = optarg; break;
+            case ':': error = std::string("missing value for ") + argv[optind - 1]; return false;
+            default: error = std::string("unknown option ") + argv[optind - 1]; return false;
         }
     }
     if (optind < argc) {
@@ -112,32 +101,31 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
 }
 
 void PrintHelp(std::FILE* to, const char* program) {
-    std::fprintf(
-        to,
-        "Usage: %s [options]\n"
-        "Plays the browser against the Velmora library and the reference media stack, prints a timeline\n"
-        "and a summary, and exits non-zero if any expectation broke. Options take their value as\n"
-        "--name VALUE or --name=VALUE.\n\n"
-        "  --scenario NAME   mse, url, drm, broadcast, faults, gst-url, gst-mse or all (default: all)\n"
-        "  --trace LEVEL     the library's log threshold, 0 (everything) to 6 (quiet, the default)\n"
-        "  --iterations N    run the scenarios N times, 1 to 2147483647 (a soak run; default 1)\n"
-        "  --variant N       varies sample sizes, 0 to 4294967295 (default 1)\n"
-        "  --trace-json FILE write the session's trace (Chrome trace-event JSON) to FILE; open it in\n"
-        "                    Perfetto (ui.perfetto.dev) or chrome://tracing, or summarize it with\n"
-        "                    velmora-trace FILE\n"
-        "  --library PATH    the libvelmora.so to load (default: the one built with this program,\n"
-        "                    %s).\n"
-        "                    The reference stack links the library too; so that both use the same\n"
-        "                    build, the program restarts itself once with LD_PRELOAD=PATH when PATH\n"
-        "                    is another file than the one already loaded.\n"
-        "  --stack STACK     reference: only the reference stack's scenarios; gstreamer or the path of\n"
-        "                    a stack library (loaded through VelmoraCreateStack): only the real-media\n"
-        "                    sessions gst-url and gst-mse on that stack (default: both sets)\n"
-        "  --stack-options T options for the stack's factory, e.g. \"video-sink=auto\" for a window\n"
-        "  --media FILE      the file the real-media sessions play (default: generated test media,\n"
-        "                    %s); Media Source needs WebM or Matroska\n"
-        "Exit status: 0 passed, 1 an expectation broke, 2 a usage or loading error.\n",
-        program, VELMORA_LIBRARY_PATH, VELMORA_TEST_MEDIA_PATH);
+    std::fprintf(to,
+                 "Usage: %s [options]\n"
+                 "Plays the browser against the Velmora library and the reference media stack, prints a timeline\n"
+                 "and a summary, and exits non-zero if any expectation broke. Options take their value as\n"
+                 "--name VALUE or --name=VALUE.\n\n"
+                 "  --scenario NAME   mse, url, drm, broadcast, faults, gst-url, gst-mse or all (default: all)\n"
+                 "  --trace LEVEL     the library's log threshold, 0 (everything) to 6 (quiet, the default)\n"
+                 "  --iterations N    run the scenarios N times, 1 to 2147483647 (a soak run; default 1)\n"
+                 "  --variant N       varies sample sizes, 0 to 4294967295 (default 1)\n"
+                 "  --trace-json FILE write the session's trace (Chrome trace-event JSON) to FILE; open it in\n"
+                 "                    Perfetto (ui.perfetto.dev) or chrome://tracing, or summarize it with\n"
+                 "                    velmora-trace FILE\n"
+                 "  --library PATH    the libvelmora.so to load (default: the one built with this program,\n"
+                 "                    %s).\n"
+                 "                    The reference stack links the library too; so that both use the same\n"
+                 "                    build, the program restarts itself once with LD_PRELOAD=PATH when PATH\n"
+                 "                    is another file than the one already loaded.\n"
+                 "  --stack STACK     reference: only the reference stack's scenarios; gstreamer or the path of\n"
+                 "                    a stack library (loaded through VelmoraCreateStack): only the real-media\n"
+                 "                    sessions gst-url and gst-mse on that stack (default: both sets)\n"
+                 "  --stack-options T options for the stack's factory, e.g. \"video-sink=auto\" for a window\n"
+                 "  --media FILE      the file the real-media sessions play (default: generated test media,\n"
+                 "                    %s); Media Source needs WebM or Matroska\n"
+                 "Exit status: 0 passed, 1 an expectation broke, 2 a usage or loading error.\n",
+                 program, VELMORA_LIBRARY_PATH, VELMORA_TEST_MEDIA_PATH);
 }
 
 }  // namespace Simulator

@@ -55,12 +55,13 @@ void Mse(Session& s) {
     s.AddStream(1, true);
     s.AddStream(2, false);
     t.Call("setKeySystem(\"org.w3.clearkey\")", media->setKeySystem(kClearKey));
-    t.Call("initBackend(blob, [encrypted video 1])",
-           media->initBackend("blob:velmora-simulator",
-                              Sources({SourceDescription::Streaming(SourceDescription::SOURCE_VIDEO, 1, true, 0, "video/mp4")}),
-                              false));
-    t.Call("attachSource(audio 2)",
-           media->attachSource(SourceDescription::Streaming(SourceDescription::SOURCE_AUDIO, 2, false, 0, "audio/mp4")));
+    t.Call(
+        "initBackend(blob, [encrypted video 1])",
+        media->initBackend(
+            "blob:velmora-simulator",
+            Sources({SourceDescription::Streaming(SourceDescription::SOURCE_VIDEO, 1, true, 0, "video/mp4")}), false));
+    t.Call("attachSource(audio 2)", media->attachSource(SourceDescription::Streaming(SourceDescription::SOURCE_AUDIO, 2,
+                                                                                     false, 0, "audio/mp4")));
     t.Call("play()", media->play());
     s.Pump([&] { return s.drmSeen[UVADRMEvent::KEY_COMPLETE] > 0; }, "the key session to complete");
     s.Pump([&] { return s.audioTracks.count("deu") != 0; }, "a German audio track");
@@ -105,7 +106,8 @@ void Drm(Session& s) {
         return;
     }
     const char* url = "https://media.velmora.example/protected.mp4";
-    t.Call("initBackend(protected.mp4)", media->initBackend(url, Sources({SourceDescription::BackendStreaming(url)}), false));
+    t.Call("initBackend(protected.mp4)",
+           media->initBackend(url, Sources({SourceDescription::BackendStreaming(url)}), false));
     t.Call("play()", media->play());
     // The media back-end asks for a DRM back-end; the browser requests one and the key session follows.
     s.Pump([&] { return s.drmSeen[UVADRMEvent::KEY_COMPLETE] > 0; }, "the key session to complete");
@@ -182,23 +184,35 @@ void Faults(Session& s) {
         return;
     }
     const char* url = "https://media.velmora.example/clip.mp4";
-    t.Call("initBackend(clip.mp4)", media->initBackend(url, Sources({SourceDescription::BackendStreaming(url)}), false));
+    t.Call("initBackend(clip.mp4)",
+           media->initBackend(url, Sources({SourceDescription::BackendStreaming(url)}), false));
     struct Row {
         const char* operation;  // the media stack's
         FaultInjector::Fault fault;
-        const char* call;       // the browser's
+        const char* call;  // the browser's
         std::function<UVA_STATUS()> run;
         UVA_STATUS status;
         const char* logged;
     };
     const Row rows[] = {
-        {"Pause", {Kind::MediaStackError, Velmora::ExceptionBase::InvalidState, false}, "pause(true)",
-         [&] { return media->pause(true); }, UVA_STATUS_ERROR_3, "Exception type 3: injected fault in Pause"},
-        {"SetPlaybackRate", {Kind::MediaStackError, Velmora::ExceptionBase::NotSupported, false},
-         "setPlaybackRate(2.0)", [&] { return media->setPlaybackRate(2.0); }, UVA_STATUS_ERROR_2,
+        {"Pause",
+         {Kind::MediaStackError, Velmora::ExceptionBase::InvalidState, false},
+         "pause(true)",
+         [&] { return media->pause(true); },
+         UVA_STATUS_ERROR_3,
+         "Exception type 3: injected fault in Pause"},
+        {"SetPlaybackRate",
+         {Kind::MediaStackError, Velmora::ExceptionBase::NotSupported, false},
+         "setPlaybackRate(2.0)",
+         [&] { return media->setPlaybackRate(2.0); },
+         UVA_STATUS_ERROR_2,
          "Exception type 2: injected fault in SetPlaybackRate"},
-        {"SetVolume", {Kind::StandardException, 0, false}, "setVolume(0.5)", [&] { return media->setVolume(0.5); },
-         UVA_STATUS_ERROR, "injected fault in SetVolume"},
+        {"SetVolume",
+         {Kind::StandardException, 0, false},
+         "setVolume(0.5)",
+         [&] { return media->setVolume(0.5); },
+         UVA_STATUS_ERROR,
+         "injected fault in SetVolume"},
         {"Play", {Kind::Int, 7, false}, "play()", [&] { return media->play(); }, UVA_STATUS_ERROR, "Unknown exception"},
     };
     for (const Row& row : rows) {

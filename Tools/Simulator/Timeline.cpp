@@ -85,8 +85,9 @@ void Timeline::AddBytes(std::uint64_t count) {
 
 void Timeline::PrintSummary(long alive) {
     const std::lock_guard<std::mutex> lock(mutex);
-    std::printf("\n== Summary\n  browser calls:   %u\n  events:          %u\n  bytes written:   %llu\n  statuses:       ",
-                calls, events, static_cast<unsigned long long>(bytes));
+    std::printf(
+        "\n== Summary\n  browser calls:   %u\n  events:          %u\n  bytes written:   %llu\n  statuses:       ",
+        calls, events, static_cast<unsigned long long>(bytes));
     for (const auto& [status, count] : statuses) {
         std::printf(" %s x%u", StatusName(static_cast<UVA_STATUS>(status)), count);
     }

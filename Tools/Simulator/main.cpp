@@ -49,8 +49,8 @@ void UseLibrary(const std::string& path, char** argv) {
 }
 
 // The reference stack's scenarios, then the sessions on real media, as --stack and --scenario choose.
-void RunSessions(const Simulator::Options& options, Simulator::Timeline& timeline, const Simulator::EntryPoints& library,
-                 Simulator::LogBook& log, std::uint32_t variant) {
+void RunSessions(const Simulator::Options& options, Simulator::Timeline& timeline,
+                 const Simulator::EntryPoints& library, Simulator::LogBook& log, std::uint32_t variant) {
     const bool media = options.scenario.rfind("gst-", 0) == 0;
     if ((options.stack.empty() || options.stack == "reference") && !media) {
         Simulator::RunScenario(options.scenario, timeline, library, log, variant);

@@ -54,24 +54,16 @@ private:
             return Fail("");
         }
         switch (text_[position_]) {
-            case '{':
-                return Object(value, depth);
-            case '[':
-                return Array(value, depth);
-            case '"':
-                value.kind = JsonValue::Kind::String;
-                return String(value.text);
+            case '{': return Object(value, depth);
+            case '[': return Array(value, depth);
+            case '"': value.kind = JsonValue::Kind::String; return String(value.text);
             case 't':
                 value.kind = JsonValue::Kind::Bool;
                 value.boolean = true;
                 return Literal("true");
-            case 'f':
-                value.kind = JsonValue::Kind::Bool;
-                return Literal("false");
-            case 'n':
-                return Literal("null");
-            default:
-                return Number(value);
+            case 'f': value.kind = JsonValue::Kind::Bool; return Literal("false");
+            case 'n': return Literal("null");
+            default: return Number(value);
         }
     }
 

@@ -29,8 +29,8 @@ public:
     virtual UVA_STATUS addKeyReleaseCommit(const unsigned char* data, unsigned int size, const char* session_id) = 0;
     // On success `result` receives a malloc'd session id that the browser frees.
     virtual UVA_STATUS sendDRMMessage(const char* msg_type, const char* msg, char*& result) = 0;
-    virtual UVA_STATUS getDecrypter(UVADRMDecrypter*& decrypter, const unsigned char* key_id,
-                                    unsigned int key_id_size, bool flag) = 0;
+    virtual UVA_STATUS getDecrypter(UVADRMDecrypter*& decrypter, const unsigned char* key_id, unsigned int key_id_size,
+                                    bool flag) = 0;
     virtual UVA_STATUS releaseDecrypter(UVADRMDecrypter* decrypter) = 0;
     virtual void stopDecrypters() = 0;
     virtual UVA_STATUS onInitData(const unsigned char* init_data, unsigned int init_data_size) = 0;

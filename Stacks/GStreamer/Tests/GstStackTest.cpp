@@ -20,13 +20,13 @@
 #include "GstMediaBackend.h"
 #include "GstUva.h"
 #include "MimeCaps.h"
+#include "Uva/UVABackendLibrary.h"
+#include "Uva/UVALiveObjects.h"
+#include "Uva/UVAMediaBackend.h"
 #include "Velmora/Exceptions.h"
 #include "Velmora/IDrmBackend.h"
 #include "Velmora/IntegrationLayer.h"
 #include "Velmora/StackFactory.h"
-#include "Uva/UVABackendLibrary.h"
-#include "Uva/UVALiveObjects.h"
-#include "Uva/UVAMediaBackend.h"
 
 // The stack library's one export, linked into this test with the rest of the stack.
 VELMORA_STACK_FACTORY Velmora::IUva* VelmoraCreateStack(unsigned interfaceVersion, const char* options);
@@ -78,7 +78,14 @@ boost::shared_ptr<BackendEvent> Samples(std::int32_t sourceId, std::vector<std::
         const std::uint32_t partition = size - 10;
         const unsigned char header[10] = {static_cast<unsigned char>((partition << 5) | 0x10),
                                           static_cast<unsigned char>(partition >> 3),
-                                          static_cast<unsigned char>(partition >> 11), 0x9d, 0x01, 0x2a, 0x40, 0x01, 0xf0, 0x00};
+                                          static_cast<unsigned char>(partition >> 11),
+                                          0x9d,
+                                          0x01,
+                                          0x2a,
+                                          0x40,
+                                          0x01,
+                                          0xf0,
+                                          0x00};
         for (std::uint32_t i = 0; i < size; ++i) {
             sample.data.get()[i] = i < 10 ? header[i] : static_cast<unsigned char>(i * 37 + 11);
         }
@@ -113,14 +120,17 @@ TEST_P(MimeCapsTest, Caps_MimeType) {
     gst_caps_unref(caps);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, MimeCapsTest,
-    ::testing::Values(MimeRow{"video/webm; codecs=\"vp8\"", "video/x-vp8"}, MimeRow{"video/webm;codecs=vp9", "video/x-vp9"},
-                      MimeRow{"VIDEO/WEBM; CODECS=\"VP09.00.10.08\"", "video/x-vp9"}, MimeRow{"video/webm", "video/x-vp8"},
-                      MimeRow{"audio/webm; codecs=\"opus\"", "audio/x-opus"}, MimeRow{"audio/webm", "audio/x-opus"},
-                      MimeRow{"audio/webm; codecs=vp8", nullptr}, MimeRow{"video/webm; codecs=opus", nullptr},
-                      MimeRow{"video/mp4; codecs=\"avc1.42E01E\"", nullptr}, MimeRow{"", nullptr},
-                      MimeRow{"text/vtt", nullptr}));
+INSTANTIATE_TEST_SUITE_P(Table, MimeCapsTest,
+                         ::testing::Values(MimeRow{"video/webm; codecs=\"vp8\"", "video/x-vp8"},
+                                           MimeRow{"video/webm;codecs=vp9", "video/x-vp9"},
+                                           MimeRow{"VIDEO/WEBM; CODECS=\"VP09.00.10.08\"", "video/x-vp9"},
+                                           MimeRow{"video/webm", "video/x-vp8"},
+                                           MimeRow{"audio/webm; codecs=\"opus\"", "audio/x-opus"},
+                                           MimeRow{"audio/webm", "audio/x-opus"},
+                                           MimeRow{"audio/webm; codecs=vp8", nullptr},
+                                           MimeRow{"video/webm; codecs=opus", nullptr},
+                                           MimeRow{"video/mp4; codecs=\"avc1.42E01E\"", nullptr}, MimeRow{"", nullptr},
+                                           MimeRow{"text/vtt", nullptr}));
 
 struct FactoryRow {
     unsigned version;
@@ -141,15 +151,15 @@ TEST_P(StackFactoryTest, Create_Options) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, StackFactoryTest,
-    ::testing::Values(FactoryRow{VELMORA_STACK_INTERFACE_VERSION, nullptr, true},
-                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION, "video-sink=fake;audio-sink=fake;sync=free", true},
-                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION, ";video-sink=auto;", true},
-                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION, "video-sink=tv", false},
-                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION, "sync", false},
-                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION, "clock=manual", false},
-                      FactoryRow{VELMORA_STACK_INTERFACE_VERSION + 1, "", false}));
+INSTANTIATE_TEST_SUITE_P(Table, StackFactoryTest,
+                         ::testing::Values(FactoryRow{VELMORA_STACK_INTERFACE_VERSION, nullptr, true},
+                                           FactoryRow{VELMORA_STACK_INTERFACE_VERSION,
+                                                      "video-sink=fake;audio-sink=fake;sync=free", true},
+                                           FactoryRow{VELMORA_STACK_INTERFACE_VERSION, ";video-sink=auto;", true},
+                                           FactoryRow{VELMORA_STACK_INTERFACE_VERSION, "video-sink=tv", false},
+                                           FactoryRow{VELMORA_STACK_INTERFACE_VERSION, "sync", false},
+                                           FactoryRow{VELMORA_STACK_INTERFACE_VERSION, "clock=manual", false},
+                                           FactoryRow{VELMORA_STACK_INTERFACE_VERSION + 1, "", false}));
 
 class GstStackTest : public ::testing::Test {
 protected:
@@ -182,13 +192,15 @@ TEST_F(GstStackTest, InitBackend_UnplayableUrl) {
 }
 
 TEST_F(GstStackTest, WriteMseData_Unplayable) {
-    EXPECT_THROW(backend->InitBackend("blob:x", {Source{0, 1, false, 0, "video/mp4; codecs=\"avc1\""}}, false), ExceptionBase);
+    EXPECT_THROW(backend->InitBackend("blob:x", {Source{0, 1, false, 0, "video/mp4; codecs=\"avc1\""}}, false),
+                 ExceptionBase);
     backend = std::make_unique<GstMediaBackend>(StackOptions());
     backend->InitBackend("blob:x", {Source{0, 1, false, 0, "video/webm; codecs=\"vp8\""}}, false);
     EXPECT_THROW(backend->AttachSource(Source{0, 1, false, 0, "video/webm"}), ExceptionBase);  // same id twice
     EXPECT_THROW(backend->WriteMseData(Samples(9, {{0.0, true}}), UVABackend::WRITE_DATA_OK), ExceptionBase);
-    EXPECT_THROW(backend->WriteMseData(boost::make_shared<BackendEvent>(BackendEvent::WriteMseData), UVABackend::WRITE_DATA_OK),
-                 ExceptionBase);
+    EXPECT_THROW(
+        backend->WriteMseData(boost::make_shared<BackendEvent>(BackendEvent::WriteMseData), UVABackend::WRITE_DATA_OK),
+        ExceptionBase);
     // Going back in time without a key frame: the late samples are dropped and the write fails.
     EXPECT_NO_THROW(backend->WriteMseData(Samples(1, {{1000.0, true}, {1040.0, false}}), UVABackend::WRITE_DATA_OK));
     EXPECT_THROW(backend->WriteMseData(Samples(1, {{500.0, false}}), UVABackend::WRITE_DATA_OK), ExceptionBase);
@@ -204,7 +216,7 @@ TEST_F(GstStackTest, SetPosition_MediaSourceSeek) {
     backend->InitBackend("blob:x", {video, Source{0, 2, false, 0, "audio/webm; codecs=\"opus\""}}, false);
     backend->AttachSource(Source{0, 3, false, 0, "video/webm; codecs=\"vp8\""});
     EXPECT_FALSE(backend->SetPosition(-1.0));
-    EXPECT_THROW(backend->SetPlaybackRate(2.0), ExceptionBase);  // its seek would flush what the branches hold
+    EXPECT_THROW(backend->SetPlaybackRate(2.0), ExceptionBase);   // its seek would flush what the branches hold
     ASSERT_TRUE(recorder.WaitFor(BackendEvent::NeedMseData, 3));  // every branch asks; nobody answers
     backend->WriteMseData(Samples(2, {{2000.0, true}}), UVABackend::WRITE_DATA_END_OF_STREAM);
     backend->RemoveSource(3);
@@ -272,11 +284,12 @@ TEST_F(GstStackTest, Release_WhileEventsFlow) {
         auto* media = static_cast<UVAMediaBackend*>(
             UVA_RequestBackend(mediaSource ? UVABackend::TYPE_MEDIA_SOURCE : UVABackend::TYPE_MEDIA, &client));
         ASSERT_NE(media, nullptr);
-        auto** sources = new UVABackend::SourceDescription*[2]{
-            mediaSource ? UVABackend::SourceDescription::Streaming(UVABackend::SourceDescription::SOURCE_VIDEO, 1, false, 0,
-                                                                   "video/webm; codecs=\"vp8\"")
+        auto** sources = new UVABackend::SourceDescription* [2] {
+            mediaSource ? UVABackend::SourceDescription::Streaming(UVABackend::SourceDescription::SOURCE_VIDEO, 1,
+                                                                   false, 0, "video/webm; codecs=\"vp8\"")
                         : UVABackend::SourceDescription::BackendStreaming(VELMORA_TEST_MEDIA),
-            nullptr};
+                nullptr
+        };
         ASSERT_EQ(media->initBackend(VELMORA_TEST_MEDIA, sources, false), UVA_STATUS_OK);
         media->play();
         std::this_thread::sleep_for(std::chrono::milliseconds(3 * round));

@@ -3,12 +3,12 @@
 // one fault switched on by the factory's options: `fault=NAME`, optionally followed by `;step-ms=N`.
 
 #include <atomic>
+#include <boost/make_shared.hpp>
 #include <chrono>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <boost/make_shared.hpp>
 #include <limits>
 #include <map>
 #include <memory>
@@ -43,12 +43,18 @@ enum class Fault {
 };
 
 const std::map<std::string, Fault> kFaults = {
-    {"create-fails", Fault::CreateFails},       {"drm-misnamed", Fault::DrmMisnamed},
-    {"wrong-class", Fault::WrongClass},         {"nan-duration", Fault::NanDuration},
-    {"no-removal", Fault::NoRemoval},           {"select-fails", Fault::SelectFails},
-    {"crash-on-select", Fault::CrashOnSelect},  {"hang-on-select", Fault::HangOnSelect},
-    {"refuse-samples", Fault::RefuseSamples},   {"slow-release", Fault::SlowRelease},
-    {"foreign-exception", Fault::ForeignException}, {"slow-call", Fault::SlowCall},
+    {"create-fails", Fault::CreateFails},
+    {"drm-misnamed", Fault::DrmMisnamed},
+    {"wrong-class", Fault::WrongClass},
+    {"nan-duration", Fault::NanDuration},
+    {"no-removal", Fault::NoRemoval},
+    {"select-fails", Fault::SelectFails},
+    {"crash-on-select", Fault::CrashOnSelect},
+    {"hang-on-select", Fault::HangOnSelect},
+    {"refuse-samples", Fault::RefuseSamples},
+    {"slow-release", Fault::SlowRelease},
+    {"foreign-exception", Fault::ForeignException},
+    {"slow-call", Fault::SlowCall},
     {"undecodable-samples", Fault::UndecodableSamples},
 };
 
@@ -114,8 +120,12 @@ public:
     void RemoveSource(std::uint32_t id) override { inner->RemoveSource(id); }
     bool SetVideoWindow(const VideoRect& rect) override { return inner->SetVideoWindow(rect); }
     bool SetClipRect(const VideoRect& rect) override { return inner->SetClipRect(rect); }
-    bool GetNativeSize(unsigned short& w, unsigned short& h, double& a) override { return inner->GetNativeSize(w, h, a); }
-    bool GetVideoFrame(unsigned char* buffer, std::uint32_t size) override { return inner->GetVideoFrame(buffer, size); }
+    bool GetNativeSize(unsigned short& w, unsigned short& h, double& a) override {
+        return inner->GetNativeSize(w, h, a);
+    }
+    bool GetVideoFrame(unsigned char* buffer, std::uint32_t size) override {
+        return inner->GetVideoFrame(buffer, size);
+    }
     bool GetSeekableTimeRanges(std::vector<ByteRange>& b, std::vector<TimeRange>& t) override {
         return inner->GetSeekableTimeRanges(b, t);
     }

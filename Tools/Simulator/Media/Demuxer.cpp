@@ -86,9 +86,8 @@ bool Demuxer::Open(const std::string& path, std::string& error) {
     gst_bin_add_many(GST_BIN(pipeline), source, demuxer, nullptr);
     gst_element_link(source, demuxer);
     g_signal_connect(demuxer, "pad-added", G_CALLBACK(&Demuxer::OnPadAdded), this);
-    g_signal_connect(demuxer, "no-more-pads", G_CALLBACK(+[](GstElement*, gpointer self) {
-                         static_cast<Demuxer*>(self)->allPads = true;
-                     }),
+    g_signal_connect(demuxer, "no-more-pads",
+                     G_CALLBACK(+[](GstElement*, gpointer self) { static_cast<Demuxer*>(self)->allPads = true; }),
                      this);
     gst_element_set_state(pipeline, GST_STATE_PAUSED);
     // The demuxer finds its streams on its own thread; a file it cannot read ends in an error instead.
@@ -102,8 +101,7 @@ bool Demuxer::Open(const std::string& path, std::string& error) {
         gst_message_unref(failure);
     }
     const GstStateChangeReturn prerolled = gst_element_get_state(pipeline, nullptr, nullptr, kWait);
-    if (!allPads || failure != nullptr || prerolled != GST_STATE_CHANGE_SUCCESS ||
-        streams.empty()) {
+    if (!allPads || failure != nullptr || prerolled != GST_STATE_CHANGE_SUCCESS || streams.empty()) {
         error = "not a Matroska or WebM file the browser can demux: " + path;
         return false;
     }
@@ -118,10 +116,10 @@ bool Demuxer::Open(const std::string& path, std::string& error) {
 // A flushing seek drops what the sinks hold; the demuxer reads on from the new position.
 bool Demuxer::Seek(double seconds) {
     const auto target = static_cast<gint64>(seconds * GST_SECOND);
-    return gst_element_seek_simple(pipeline, GST_FORMAT_TIME,
-                                   static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_KEY_UNIT |
-                                                             GST_SEEK_FLAG_SNAP_BEFORE),
-                                   target) != FALSE;
+    return gst_element_seek_simple(
+               pipeline, GST_FORMAT_TIME,
+               static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_KEY_UNIT | GST_SEEK_FLAG_SNAP_BEFORE),
+               target) != FALSE;
 }
 
 bool Demuxer::Next(std::size_t index, DemuxedSample& sample) {
@@ -134,9 +132,11 @@ bool Demuxer::Next(std::size_t index, DemuxedSample& sample) {
     if (buffer != nullptr && gst_buffer_map(buffer, &map, GST_MAP_READ)) {
         sample.bytes.assign(map.data, map.data + map.size);
         gst_buffer_unmap(buffer, &map);
-        sample.timestampMs = GST_BUFFER_PTS_IS_VALID(buffer) ? static_cast<std::int32_t>(GST_BUFFER_PTS(buffer) / GST_MSECOND) : 0;
-        sample.durationMs =
-            GST_BUFFER_DURATION_IS_VALID(buffer) ? static_cast<std::int32_t>(GST_BUFFER_DURATION(buffer) / GST_MSECOND) : 0;
+        sample.timestampMs =
+            GST_BUFFER_PTS_IS_VALID(buffer) ? static_cast<std::int32_t>(GST_BUFFER_PTS(buffer) / GST_MSECOND) : 0;
+        sample.durationMs = GST_BUFFER_DURATION_IS_VALID(buffer)
+                                ? static_cast<std::int32_t>(GST_BUFFER_DURATION(buffer) / GST_MSECOND)
+                                : 0;
         sample.keyFrame = !GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT);
     }
     gst_sample_unref(pulled);

@@ -81,8 +81,8 @@ void ExpectFileFacts(Session& s, const Demuxer& file) {
     if (video >= 0) {
         const DemuxedStream& stream = file.Streams()[static_cast<std::size_t>(video)];
         t.Expect(s.videoWidth == stream.width && s.videoHeight == stream.height,
-                 "video size " + std::to_string(s.videoWidth) + "x" + std::to_string(s.videoHeight) + ", the file's is " +
-                     std::to_string(stream.width) + "x" + std::to_string(stream.height));
+                 "video size " + std::to_string(s.videoWidth) + "x" + std::to_string(s.videoHeight) +
+                     ", the file's is " + std::to_string(stream.width) + "x" + std::to_string(stream.height));
     }
 }
 
@@ -133,8 +133,11 @@ void Url(Session& s, const Demuxer* file, const std::string& path) {
 
 // The browser answers each request with the next samples of that source's stream; the last answer
 // of a stream ends it.
-void Feed(Session& s, UVAMediaBackend* media, Demuxer& file, const std::array<int, 3>& streamOfSource, NeedMSEDataEvent* request) {
-    const int stream = request->sourceId >= 1 && request->sourceId <= 2 ? streamOfSource[static_cast<std::size_t>(request->sourceId)] : -1;
+void Feed(Session& s, UVAMediaBackend* media, Demuxer& file, const std::array<int, 3>& streamOfSource,
+          NeedMSEDataEvent* request) {
+    const int stream = request->sourceId >= 1 && request->sourceId <= 2
+                           ? streamOfSource[static_cast<std::size_t>(request->sourceId)]
+                           : -1;
     std::uint32_t filled = 0;
     std::uint64_t bytes = 0;
     bool last = stream < 0;
@@ -157,7 +160,8 @@ void Feed(Session& s, UVAMediaBackend* media, Demuxer& file, const std::array<in
     const std::string call = "writeData(NEED_MSE_DATA source " + std::to_string(request->sourceId) + ", " +
                              std::to_string(filled) + " samples, " + std::to_string(bytes) + " bytes" +
                              (last ? ", end of stream)" : ")");
-    s.timeline.Call(call, media->writeData(request, 0, last ? UVABackend::WRITE_DATA_END_OF_STREAM : UVABackend::WRITE_DATA_OK));
+    s.timeline.Call(
+        call, media->writeData(request, 0, last ? UVABackend::WRITE_DATA_END_OF_STREAM : UVABackend::WRITE_DATA_OK));
 }
 
 void Mse(Session& s, Demuxer* file) {
@@ -179,11 +183,13 @@ void Mse(Session& s, Demuxer* file) {
         if (streamOfSource[static_cast<std::size_t>(id)] < 0) {
             continue;
         }
-        const std::string& mime = file->Streams()[static_cast<std::size_t>(streamOfSource[static_cast<std::size_t>(id)])].mimeType;
+        const std::string& mime =
+            file->Streams()[static_cast<std::size_t>(streamOfSource[static_cast<std::size_t>(id)])].mimeType;
         SourceDescription* source = SourceDescription::Streaming(kinds[id], id, false, 0, mime.c_str());
         const std::string what = std::string(id == 1 ? "video " : "audio ") + std::to_string(id) + ", " + mime;
         if (!initialised) {
-            t.Call("initBackend(blob, [" + what + "])", media->initBackend("blob:velmora-simulator", Sources(source), false));
+            t.Call("initBackend(blob, [" + what + "])",
+                   media->initBackend("blob:velmora-simulator", Sources(source), false));
             initialised = true;
         } else {
             t.Call("attachSource(" + what + ")", media->attachSource(source));
