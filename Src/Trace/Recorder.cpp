@@ -179,6 +179,15 @@ bool Fail(std::string* error, const std::string& text) {
 
 bool Check(std::string* error, const std::string& problem) { return problem.empty() || Fail(error, problem); }
 
+// A record of `kind` made on the calling thread, started at `startNs` on the clock NowNs reads.
+Record RecordOnThisThread(Recorder& recorder, RecordKind kind, std::uint64_t startNs) noexcept {
+    Record record;
+    record.kind = kind;
+    record.thread = ThisThread();
+    record.startNs = recorder.Since(startNs);
+    return record;
+}
+
 }  // namespace
 
 CallTimer::CallTimer(const Wrapper::LogSite& site, const char* operation, const void* backend) noexcept
@@ -200,12 +209,9 @@ CallTimer::~CallTimer() {
             // No memory for the line; the browser's call is done all the same.
         }
     }
-    Record record;
-    record.kind = RecordKind::Call;
+    Record record = RecordOnThisThread(recorder, RecordKind::Call, startNs_);
     record.slow = slow;
     record.status = status_;
-    record.thread = ThisThread();
-    record.startNs = recorder.Since(startNs_);
     record.durationNs = durationNs;
     record.backend = backend_;
     record.name = operation_;
@@ -218,11 +224,8 @@ void NoteFailure(int errorType, const char* text) noexcept {
         return;
     }
     Recorder& recorder = TheRecorder();
-    Record record;
-    record.kind = RecordKind::Failure;
+    Record record = RecordOnThisThread(recorder, RecordKind::Failure, NowNs());
     record.code = errorType;
-    record.thread = ThisThread();
-    record.startNs = recorder.Since(NowNs());
     if (currentCall != nullptr) {
         record.name = currentCall->Operation();
     }
@@ -246,12 +249,9 @@ void SlotTimer::Begin(const void* owner, const char* ownerType, SlotKind kind, i
 
 void SlotTimer::End() noexcept {
     Recorder& recorder = TheRecorder();
-    Record record;
-    record.kind = RecordKind::Event;
+    Record record = RecordOnThisThread(recorder, RecordKind::Event, startNs_);
     record.slot = kind_;
     record.code = code_;
-    record.thread = ThisThread();
-    record.startNs = recorder.Since(startNs_);
     record.durationNs = NowNs() - startNs_;
     record.backend = owner_;
     record.context = ownerType_;
