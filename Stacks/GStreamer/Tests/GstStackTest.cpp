@@ -165,6 +165,9 @@ class GstStackTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() { gst_init(nullptr, nullptr); }
 
+    // The back-end goes first: its destructor joins the bus thread, which may be inside a recorder's slot.
+    ~GstStackTest() override { backend.reset(); }
+
     std::unique_ptr<GstMediaBackend> backend = std::make_unique<GstMediaBackend>(StackOptions());
     Recorder recorder{*backend};
 };
@@ -188,6 +191,7 @@ TEST_F(GstStackTest, InitBackend_UnplayableUrl) {
             thrown = true;
         }
         EXPECT_TRUE(thrown || failures.WaitFor(BackendEvent::DecodeError));
+        backend.reset();  // before `failures`: the bus thread may still be inside its slot
     }
 }
 
