@@ -62,30 +62,17 @@ std::ostream& operator<<(std::ostream& line, const AsText& block) {
 }  // namespace
 
 DrmBackendWrapper::DrmBackendWrapper(boost::shared_ptr<IDrmBackend> impl, UVADRMClient* client)
-    : impl(std::move(impl)), client(client) {
+    : impl(std::move(impl)), drm(this->impl, kMissingBackend, this), client(client) {
     VELMORA_LOG(kLog, 2) << "DrmBackendWrapper (impl pointer): " << static_cast<const void*>(this->impl.get()) << "; ";
-    if (client == nullptr) {
-        VELMORA_LOG(kLog, 5) << "DrmBackendWrapper Client is not set!";
-        return;
+    if (FollowsEvents(kLog, "DrmBackendWrapper Client is not set!", client, this->impl != nullptr)) {
+        eventConnection = this->impl->ConnectDrmEvent(gate.Bind<&DrmBackendWrapper::DrmBackendEventHandler>(this));
     }
-    if (!this->impl) {
-        return;
-    }
-    eventConnection = this->impl->ConnectDrmEvent(gate.Bind<&DrmBackendWrapper::DrmBackendEventHandler>(this));
 }
 
 // The gate and then the scoped connection keep every event out before the back-end's share is released.
 DrmBackendWrapper::~DrmBackendWrapper() { gate.Close(); }
 
 boost::shared_ptr<IDrmBackend> DrmBackendWrapper::GetDrmBackendImplPtr() { return impl; }
-
-// Thrown inside the guards, so a wrapper around no back-end answers every operation with a failure.
-IDrmBackend& DrmBackendWrapper::Drm() const {
-    if (!impl) {
-        throw GenericErrorException(kMissingBackend);
-    }
-    return *impl;
-}
 
 const char* DrmBackendWrapper::getId() const {
     static constexpr CallPolicy kPolicy = DrmCall("getId");
@@ -94,7 +81,7 @@ const char* DrmBackendWrapper::getId() const {
         [&] {
             VELMORA_LOG(kLog, 2) << Entry{"getId", impl};
             // The back-end keeps its identifier alive; the browser reads these characters in place.
-            return Drm().GetId().c_str();
+            return drm().GetId().c_str();
         },
         this);
 }
@@ -105,7 +92,7 @@ const char* DrmBackendWrapper::getOIPFId() const {
         kPolicy, kNotAvailable,
         [&] {
             VELMORA_LOG(kLog, 2) << Entry{"getOIPFId", impl};
-            const char* id = Drm().GetOIPFId().c_str();
+            const char* id = drm().GetOIPFId().c_str();
             VELMORA_LOG(kLog, 2) << "getOIPFId"
                                  << "Received " << id << " from impl.";
             return id;
@@ -122,7 +109,7 @@ UVA_STATUS DrmBackendWrapper::generateKeyRequest(const unsigned char* init_data,
                                  << " Value of init_data is : " << AsText{init_data, init_data_size}
                                  << " Value of init_data_size is : " << init_data_size;
             return StatusOf(
-                Drm().GenerateKeyRequest(Utilities::CopyToSharedBytes(init_data, init_data_size), init_data_size));
+                drm().GenerateKeyRequest(Utilities::CopyToSharedBytes(init_data, init_data_size), init_data_size));
         },
         this);
 }
@@ -142,7 +129,7 @@ UVA_STATUS DrmBackendWrapper::addKey(const unsigned char* key, unsigned int key_
             const boost::shared_ptr<unsigned char> initDataCopy =
                 Utilities::CopyToSharedBytes(init_data, init_data_size);
             return StatusOf(
-                Drm().AddKey(keyCopy, key_size, initDataCopy, init_data_size, Utilities::TextOrEmpty(session_id)));
+                drm().AddKey(keyCopy, key_size, initDataCopy, init_data_size, Utilities::TextOrEmpty(session_id)));
         },
         this);
 }
@@ -153,7 +140,7 @@ UVA_STATUS DrmBackendWrapper::cancelKeyRequest(const char* session_id) {
         kPolicy,
         [&] {
             VELMORA_LOG(kLog, 2) << Entry{"cancelKeyRequest", impl};
-            return StatusOf(Drm().CancelKeyRequest(Utilities::TextOrEmpty(session_id)));
+            return StatusOf(drm().CancelKeyRequest(Utilities::TextOrEmpty(session_id)));
         },
         this);
 }
@@ -164,7 +151,7 @@ UVA_STATUS DrmBackendWrapper::getKeyReleases() {
         kPolicy,
         [&] {
             VELMORA_LOG(kLog, 2) << Entry{"getKeyReleases", impl};
-            return StatusOf(Drm().GetKeyReleases());
+            return StatusOf(drm().GetKeyReleases());
         },
         this);
 }
@@ -177,7 +164,7 @@ UVA_STATUS DrmBackendWrapper::addKeyReleaseCommit(const unsigned char* data, uns
         [&] {
             VELMORA_LOG(kLog, 2) << Entry{"addKeyReleaseCommit", impl};
             const boost::shared_ptr<unsigned char> dataCopy = Utilities::CopyToSharedBytes(data, size);
-            return StatusOf(Drm().AddKeyReleaseCommit(dataCopy, size, Utilities::TextOrEmpty(session_id)));
+            return StatusOf(drm().AddKeyReleaseCommit(dataCopy, size, Utilities::TextOrEmpty(session_id)));
         },
         this);
 }
@@ -191,7 +178,7 @@ UVA_STATUS DrmBackendWrapper::sendDRMMessage(const char* msg_type, const char* m
             const std::string message = Utilities::TextOrEmpty(msg);
             const std::string messageType = Utilities::TextOrEmpty(msg_type);
             std::string sessionId;
-            if (!Drm().SendDrmMessage(messageType, message, sessionId)) {
+            if (!drm().SendDrmMessage(messageType, message, sessionId)) {
                 throw GenericErrorException(kSendDrmMessageFailed);
             }
             // The browser frees the session id with free().

@@ -7,6 +7,7 @@
 #include <boost/signals2/connection.hpp>
 
 #include "SlotGate.h"
+#include "StackInterface.h"
 #include "Uva/UVAClient.h"
 #include "Uva/UVADRMBackend.h"
 #include "Velmora/DrmBackendEvents.h"
@@ -47,9 +48,8 @@ public:
     UVA_STATUS onInitData(const unsigned char* init_data, unsigned int init_data_size) override;
 
 private:
-    IDrmBackend& Drm() const;
-
     boost::shared_ptr<IDrmBackend> impl;
+    const StackInterface<IDrmBackend> drm;
     boost::signals2::scoped_connection eventConnection;
     UVADRMClient* client;
     SlotGate gate;

@@ -127,19 +127,15 @@ MediaBackendWrapper::MediaBackendWrapper(boost::shared_ptr<IBackend> implementat
       delivery(kLog, kEventWithoutClient, eventClient),
       components(kComponents, delivery),
       backend(std::move(implementation)),
-      media(dynamic_cast<IMediaBackend*>(backend.get())) {
-    if (delivery.Client() == nullptr) {
-        VELMORA_LOG(kLog, 5) << kNoClient;
-        eventConnection.disconnect();
-        return;
-    }
+      media(backend, kCastFailure, this) {
     // The registry wraps whatever the media stack created, an empty back-end included: nothing to follow.
-    if (!backend) {
+    if (!FollowsEvents(kLog, kNoClient, delivery.Client(), backend != nullptr)) {
         return;
     }
     eventConnection = backend->ConnectEvent(gate.Bind<&MediaBackendWrapper::MediaBackendEvent>(this));
-    if (media != nullptr) {
-        drmRequestConnection = media->ConnectDrmBackendRequest(gate.Bind<&MediaBackendWrapper::GetDRMBackend>(this));
+    if (media.Get() != nullptr) {
+        drmRequestConnection =
+            media.Get()->ConnectDrmBackendRequest(gate.Bind<&MediaBackendWrapper::GetDRMBackend>(this));
     }
 }
 
@@ -154,159 +150,131 @@ MediaBackendWrapper::~MediaBackendWrapper() {
 
 boost::shared_ptr<IBackend> MediaBackendWrapper::GetMediaBackendImpl() { return backend; }
 
-namespace {
-
-[[noreturn, gnu::cold, gnu::noinline]] void ThrowCastFailure() { throw GenericErrorException(kCastFailure); }
-
-}  // namespace
-
-inline IMediaBackend& MediaBackendWrapper::Media() const {
-    if (media == nullptr) {
-        ThrowCastFailure();
-    }
-    return *media;
-}
-
-template <typename Call>
-UVA_STATUS MediaBackendWrapper::Forward(const CallPolicy& policy, Call&& call, const char* operation) {
-    return Guarded(
-        policy,
-        [&] {
-            IMediaBackend& media = Media();
-            if constexpr (std::is_void<decltype(call(media))>::value) {
-                call(media);
-                return UVA_STATUS_OK;
-            } else {
-                return StatusOf(call(media));
-            }
-        },
-        this, operation);
-}
-
 // The forwarding family: cast, convert, call, answer.
 
 UVA_STATUS MediaBackendWrapper::setWindowId(unsigned int windowId) {
     static constexpr CallPolicy kPolicy = MediaCall("setWindowId");
-    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetWindowId(windowId); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { media.SetWindowId(windowId); });
 }
 
 UVA_STATUS MediaBackendWrapper::removeSource(unsigned int sourceId) {
     static constexpr CallPolicy kPolicy = MediaCall("removeSource");
-    return Forward(kPolicy, [&](IMediaBackend& media) { media.RemoveSource(sourceId); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { media.RemoveSource(sourceId); });
 }
 
 UVA_STATUS MediaBackendWrapper::setVideoWindow(int x, int y, int width, int height) {
     static constexpr CallPolicy kPolicy = MediaCall("setVideoWindow");
-    return Forward(kPolicy, [&](IMediaBackend& media) {
+    return media.Forward(kPolicy, [&](IMediaBackend& media) {
         return media.SetVideoWindow(Utilities::MakeVideoRect(x, y, width, height));
     });
 }
 
 UVA_STATUS MediaBackendWrapper::setClipRect(int x, int y, int width, int height) {
     static constexpr CallPolicy kPolicy = MediaCall("setClipRect");
-    return Forward(kPolicy, [&](IMediaBackend& media) {
+    return media.Forward(kPolicy, [&](IMediaBackend& media) {
         return media.SetClipRect(Utilities::MakeVideoRect(x, y, width, height));
     });
 }
 
 UVA_STATUS MediaBackendWrapper::getVideoFrame(unsigned char* buffer, unsigned int size) {
     static constexpr CallPolicy kPolicy = MediaCall("getVideoFrame");
-    return Forward(kPolicy, [&](IMediaBackend& media) { return media.GetVideoFrame(buffer, size); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { return media.GetVideoFrame(buffer, size); });
 }
 
 UVA_STATUS MediaBackendWrapper::play() {
     static constexpr CallPolicy kPolicy = MediaCall("play");
-    return Forward(kPolicy, [](IMediaBackend& media) { media.Play(); });
+    return media.Forward(kPolicy, [](IMediaBackend& media) { media.Play(); });
 }
 
 UVA_STATUS MediaBackendWrapper::stop() {
     static constexpr CallPolicy kPolicy = MediaCall("stop");
-    return Forward(kPolicy, [](IMediaBackend& media) { media.Stop(); });
+    return media.Forward(kPolicy, [](IMediaBackend& media) { media.Stop(); });
 }
 
 UVA_STATUS MediaBackendWrapper::pause(bool paused) {
     static constexpr CallPolicy kPolicy = MediaCall("pause");
-    return Forward(kPolicy, [&](IMediaBackend& media) { media.Pause(paused); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { media.Pause(paused); });
 }
 
 UVA_STATUS MediaBackendWrapper::setPlaybackRate(double rate) {
     static constexpr CallPolicy kPolicy = MediaCall("setPlaybackRate");
-    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetPlaybackRate(rate); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { media.SetPlaybackRate(rate); });
 }
 
 UVA_STATUS MediaBackendWrapper::setVolume(double volume) {
     static constexpr CallPolicy kPolicy = MediaCall("setVolume");
-    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetVolume(volume); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { media.SetVolume(volume); });
 }
 
 // Asked often while playing: a media stack that cannot answer yet is traced, not reported.
 UVA_STATUS MediaBackendWrapper::getDuration(double& duration) {
     static constexpr CallPolicy kPolicy = MediaCall("getDuration", 2);
-    return Forward(kPolicy, [&](IMediaBackend& media) { return media.GetDuration(duration); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { return media.GetDuration(duration); });
 }
 
 UVA_STATUS MediaBackendWrapper::setContentSize(unsigned int width, unsigned int height) {
     static constexpr CallPolicy kPolicy = MediaCall("setContentSize");
-    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetContentSize(width, height); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { media.SetContentSize(width, height); });
 }
 
 UVA_STATUS MediaBackendWrapper::getPosition(double& position) {
     static constexpr CallPolicy kPolicy = MediaCall("getPosition");
-    return Forward(kPolicy, [&](IMediaBackend& media) { return media.GetPosition(position); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { return media.GetPosition(position); });
 }
 
 UVA_STATUS MediaBackendWrapper::setPosition(double position) {
     static constexpr CallPolicy kPolicy = MediaCall("setPosition");
-    return Forward(kPolicy, [&](IMediaBackend& media) { return media.SetPosition(position); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { return media.SetPosition(position); });
 }
 
 // The media stack knows one visibility flag; the browser's second one has no counterpart.
 UVA_STATUS MediaBackendWrapper::setVisibility(bool visible, bool /*unused*/) {
     static constexpr CallPolicy kPolicy = MediaCall("setVisibility");
-    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetVisibility(visible); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { media.SetVisibility(visible); });
 }
 
 // The media stack takes no duration and gives no size here: `size` stays as the browser left it.
 UVA_STATUS MediaBackendWrapper::getSizeFromDuration(double /*duration*/, unsigned int& /*size*/) {
     static constexpr CallPolicy kPolicy = MediaCall("getSizeFromDuration");
-    return Forward(kPolicy, [](IMediaBackend& media) { media.GetSizeFromDuration(); });
+    return media.Forward(kPolicy, [](IMediaBackend& media) { media.GetSizeFromDuration(); });
 }
 
 UVA_STATUS MediaBackendWrapper::setFullScreen(bool fullScreen) {
     static constexpr CallPolicy kPolicy = MediaCall("setFullScreen");
-    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetFullScreen(fullScreen); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { media.SetFullScreen(fullScreen); });
 }
 
 UVA_STATUS MediaBackendWrapper::setLoop(const char* loop) {
     static constexpr CallPolicy kPolicy = MediaCall("setLoop");
-    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetLoop(Utilities::TextOrEmpty(loop)); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { media.SetLoop(Utilities::TextOrEmpty(loop)); });
 }
 
 UVA_STATUS MediaBackendWrapper::setSource(const char* url) {
     static constexpr CallPolicy kPolicy = MediaCall("setSource");
-    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetSource(Utilities::TextOrEmpty(url)); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { media.SetSource(Utilities::TextOrEmpty(url)); });
 }
 
 UVA_STATUS MediaBackendWrapper::onListenerChanged(const char* listener) {
     static constexpr CallPolicy kPolicy = MediaCall("onListenerChanged");
-    return Forward(kPolicy, [&](IMediaBackend& media) { media.OnListenerChanged(Utilities::TextOrEmpty(listener)); });
+    return media.Forward(kPolicy,
+                         [&](IMediaBackend& media) { media.OnListenerChanged(Utilities::TextOrEmpty(listener)); });
 }
 
 // The media stack only knows "aggressive or not".
 UVA_STATUS MediaBackendWrapper::setBufferingStrategy(BufferingStrategy strategy) {
     static constexpr CallPolicy kPolicy = MediaCall("setBufferingStrategy");
-    return Forward(kPolicy,
-                   [&](IMediaBackend& media) { media.SetBufferingStrategy(strategy == BUFFERING_AGGRESSIVE); });
+    return media.Forward(kPolicy,
+                         [&](IMediaBackend& media) { media.SetBufferingStrategy(strategy == BUFFERING_AGGRESSIVE); });
 }
 
 UVA_STATUS MediaBackendWrapper::getBytesInBuffer(unsigned int& bytes) {
     static constexpr CallPolicy kPolicy = MediaCall("getBytesInBuffer");
-    return Forward(kPolicy, [&](IMediaBackend& media) { media.GetBytesInBuffer(bytes); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { media.GetBytesInBuffer(bytes); });
 }
 
 UVA_STATUS MediaBackendWrapper::setKeySystem(const char* keySystem) {
     static constexpr CallPolicy kPolicy = MediaCall("setKeySystem");
-    return Forward(kPolicy, [&](IMediaBackend& media) { media.SetKeySystem(Utilities::TextOrEmpty(keySystem)); });
+    return media.Forward(kPolicy, [&](IMediaBackend& media) { media.SetKeySystem(Utilities::TextOrEmpty(keySystem)); });
 }
 
 // Queueing is accepted and dropped: the media stack plays one source at a time.
@@ -316,7 +284,7 @@ UVA_STATUS MediaBackendWrapper::queue(const char* url) {
         kPolicy,
         [&] {
             VELMORA_LOG(kLog, 2) << "queue : " << Utilities::TextOrEmpty(url);
-            Media();
+            media();
             return UVA_STATUS_OK;
         },
         this);
@@ -326,48 +294,39 @@ UVA_STATUS MediaBackendWrapper::queue(const char* url) {
 
 UVA_STATUS MediaBackendWrapper::initBackend(const char* url, SourceDescription** sources, bool flag) {
     static constexpr CallPolicy policy{&kLog, "initBackend", kCallFailure, 5, kInitBackendUnknownFailure};
-    return Guarded(
-        policy,
-        [&] {
-            IMediaBackend& media = Media();
-            // An empty list is refused like a missing one, before any type is read.
-            if (sources == nullptr || sources[0] == nullptr) {
-                VELMORA_LOG(kLog, 5) << kNoSources;
-                return UVA_STATUS_ERROR;
-            }
-            const SourceDescription& first = *sources[0];
-            if (first.type < SourceDescription::SOURCE_VIDEO ||
-                first.type > SourceDescription::SOURCE_BACKEND_STREAMING) {
-                throw GenericErrorException(kInvalidSourceType);
-            }
-            if (first.type == SourceDescription::SOURCE_BACKEND_STREAMING) {
-                // The back-end fetches the stream itself; only the first description counts.
-                media.InitBackend(Utilities::TextOrEmpty(url),
-                                  IBackend::SourceDescriptionBackendStreaming{Utilities::TextOrEmpty(first.url)}, flag);
-            } else {
-                media.InitBackend(Utilities::TextOrEmpty(url), StreamingSourcesOf(sources), flag);
-            }
-            DeleteSources(sources);
-            return UVA_STATUS_OK;
-        },
-        this);
+    return media.Forward(policy, [&](IMediaBackend& media) {
+        // An empty list is refused like a missing one, before any type is read.
+        if (sources == nullptr || sources[0] == nullptr) {
+            VELMORA_LOG(kLog, 5) << kNoSources;
+            return UVA_STATUS_ERROR;
+        }
+        const SourceDescription& first = *sources[0];
+        if (first.type < SourceDescription::SOURCE_VIDEO || first.type > SourceDescription::SOURCE_BACKEND_STREAMING) {
+            throw GenericErrorException(kInvalidSourceType);
+        }
+        if (first.type == SourceDescription::SOURCE_BACKEND_STREAMING) {
+            // The back-end fetches the stream itself; only the first description counts.
+            media.InitBackend(Utilities::TextOrEmpty(url),
+                              IBackend::SourceDescriptionBackendStreaming{Utilities::TextOrEmpty(first.url)}, flag);
+        } else {
+            media.InitBackend(Utilities::TextOrEmpty(url), StreamingSourcesOf(sources), flag);
+        }
+        DeleteSources(sources);
+        return UVA_STATUS_OK;
+    });
 }
 
 // Unlike initBackend, any source type is passed on.
 UVA_STATUS MediaBackendWrapper::attachSource(SourceDescription* source) {
     static constexpr CallPolicy kPolicy = MediaCall("attachSource");
-    return Guarded(
-        kPolicy,
-        [&] {
-            IMediaBackend& media = Media();
-            if (source == nullptr) {
-                throw GenericErrorException(kNullSource);
-            }
-            media.AttachSource(StreamingSourceOf(*source));
-            delete source;
-            return UVA_STATUS_OK;
-        },
-        this);
+    return media.Forward(kPolicy, [&](IMediaBackend& media) {
+        if (source == nullptr) {
+            throw GenericErrorException(kNullSource);
+        }
+        media.AttachSource(StreamingSourceOf(*source));
+        delete source;
+        return UVA_STATUS_OK;
+    });
 }
 
 // Media Source data
@@ -379,7 +338,7 @@ UVA_STATUS MediaBackendWrapper::writeData(UVAEvent* event, unsigned int size, Wr
     return Guarded(
         policy,
         [&] {
-            PassOnAnswer(Media(), answer.get(), size, status);
+            PassOnAnswer(media(), answer.get(), size, status);
             return UVA_STATUS_OK;
         },
         this);
@@ -389,21 +348,17 @@ UVA_STATUS MediaBackendWrapper::writeData(UVAEvent* event, unsigned int size, Wr
 
 UVA_STATUS MediaBackendWrapper::canPlayType(const char* type, const char** codecs, const char* keySystem) {
     static constexpr CallPolicy kPolicy = MediaCall("canPlayType");
-    return Guarded(
-        kPolicy,
-        [&] {
-            IMediaBackend& media = Media();
-            std::vector<std::string> codecList;
-            for (const char** codec = codecs; codec != nullptr && *codec != nullptr; ++codec) {
-                codecList.emplace_back(*codec);
-            }
-            if (media.CanPlayType(Utilities::TextOrEmpty(type), codecList, Utilities::TextOrEmpty(keySystem))) {
-                return UVA_STATUS_OK;
-            }
-            VELMORA_LOG(kLog, 4) << kCannotPlayType;
-            return AnswerOf(false);
-        },
-        this);
+    return media.Forward(kPolicy, [&](IMediaBackend& media) {
+        std::vector<std::string> codecList;
+        for (const char** codec = codecs; codec != nullptr && *codec != nullptr; ++codec) {
+            codecList.emplace_back(*codec);
+        }
+        if (media.CanPlayType(Utilities::TextOrEmpty(type), codecList, Utilities::TextOrEmpty(keySystem))) {
+            return UVA_STATUS_OK;
+        }
+        VELMORA_LOG(kLog, 4) << kCannotPlayType;
+        return AnswerOf(false);
+    });
 }
 
 UVA_STATUS MediaBackendWrapper::canPlayURL(const char* url) {
@@ -414,7 +369,7 @@ UVA_STATUS MediaBackendWrapper::canPlayURL(const char* url) {
             if (url == nullptr) {
                 throw GenericErrorException(kNullUrl);
             }
-            return AnswerOf(Media().CanPlayURL(url));
+            return AnswerOf(media().CanPlayURL(url));
         },
         this);
 }
@@ -425,7 +380,7 @@ UVA_STATUS MediaBackendWrapper::getSupportedMimetypes(char**& types) {
         kPolicy,
         [&] {
             std::vector<std::string> supported;
-            Media().GetSupportedMimetypes(supported);
+            media().GetSupportedMimetypes(supported);
             types = Utilities::NullTerminatedArray<char>(supported.size());
             // A 16-bit index: longer lists wrap over their first entries. A known limit, kept as it is.
             std::uint16_t index = 0;
@@ -472,7 +427,7 @@ UVA_STATUS MediaBackendWrapper::ReportTimeRanges(const CallPolicy& policy, TimeR
         [&] {
             std::vector<IBackend::ByteRange> byteRanges;  // not reported to the browser
             std::vector<IBackend::TimeRange> ranges;
-            const bool answer = (Media().*query)(byteRanges, ranges);
+            const bool answer = (media().*query)(byteRanges, ranges);
             timeRanges = Utilities::NullTerminatedArray<TimeRange>(ranges.size());
             for (std::size_t index = 0; index < ranges.size(); ++index) {
                 // In the media stack's own unit, unscaled; exact, as every 32-bit value is a double.
@@ -510,7 +465,7 @@ UVA_STATUS MediaBackendWrapper::getNativeSize(int& width, int& height, double& a
         [&] {
             unsigned short nativeWidth = 0;
             unsigned short nativeHeight = 0;
-            const bool answer = Media().GetNativeSize(nativeWidth, nativeHeight, aspectRatio);
+            const bool answer = media().GetNativeSize(nativeWidth, nativeHeight, aspectRatio);
             width = nativeWidth;
             height = nativeHeight;
             if (LogEnabled(kLog, 2)) {
@@ -534,7 +489,7 @@ UVA_STATUS MediaBackendWrapper::unselectComponent(AVComponent* component) {
 UVA_STATUS MediaBackendWrapper::ChangeSelection(Selection which, AVComponent* component) {
     const char* const name = ComponentRegistry::OperationName(which);
     return Guarded(
-        MediaCall(name), [&] { return components.ChangeSelection(Media(), which, component); }, this, name);
+        MediaCall(name), [&] { return components.ChangeSelection(media(), which, component); }, this, name);
 }
 
 // Events

@@ -12,6 +12,7 @@
 #include "ClientDelivery.h"
 #include "ComponentRegistry.h"
 #include "SlotGate.h"
+#include "StackInterface.h"
 #include "Uva/UVAClient.h"
 #include "Uva/UVAMediaBackend.h"
 #include "Velmora/BackendEvents.h"
@@ -22,8 +23,6 @@
 
 namespace Velmora {
 namespace Wrapper {
-
-struct CallPolicy;
 
 class MediaBackendWrapper : public UVAMediaBackend {
 public:
@@ -77,14 +76,6 @@ public:
     void GetDRMBackend(std::string keySystemId, IDrmBackend*& drmBackend);
 
 private:
-    // The back-end as an IMediaBackend; throws when there is none (checked on every call, so a back-end
-    // of another kind fails each operation at the same point).
-    IMediaBackend& Media() const;
-
-    // The guard around one call into the media stack: a call answering nothing gives 1, a bool its status.
-    template <typename Call>
-    UVA_STATUS Forward(const CallPolicy& policy, Call&& call, const char* operation = __builtin_FUNCTION());
-
     using TimeRangeQuery = bool (IMediaBackend::*)(std::vector<IBackend::ByteRange>&,
                                                    std::vector<IBackend::TimeRange>&);
     UVA_STATUS ReportTimeRanges(const CallPolicy& policy, TimeRangeQuery query, TimeRange**& timeRanges);
@@ -95,8 +86,7 @@ private:
     const ClientDelivery delivery;
     ComponentRegistry components;
     boost::shared_ptr<IBackend> backend;
-    // `backend` as an IMediaBackend, or null: resolved once, as the back-end never changes.
-    IMediaBackend* const media;
+    const StackInterface<IMediaBackend> media;
     SlotGate gate;
 };
 

@@ -68,12 +68,8 @@ VideoBroadcastBackendWrapper::VideoBroadcastBackendWrapper(boost::shared_ptr<IBa
     : delivery(kLog, kNoClient, browserClient),
       components(kComponents, delivery),
       impl(std::move(backend)),
-      broadcast(dynamic_cast<IVideoBroadcastBackend*>(impl.get())) {
-    if (browserClient == nullptr) {
-        VELMORA_LOG(kLog, 5) << kClientNotSet;
-        return;
-    }
-    if (impl) {
+      broadcast(impl, kCastFailed, this) {
+    if (FollowsEvents(kLog, kClientNotSet, browserClient, impl != nullptr)) {
         connection = impl->ConnectEvent(gate.Bind<&VideoBroadcastBackendWrapper::VideoBroadcastBackendEvent>(this));
     }
 }
@@ -84,33 +80,10 @@ VideoBroadcastBackendWrapper::~VideoBroadcastBackendWrapper() { gate.Close(); }
 
 boost::shared_ptr<IBackend> VideoBroadcastBackendWrapper::GetVideoBroadcastBackendImpl() { return impl; }
 
-IVideoBroadcastBackend& VideoBroadcastBackendWrapper::Broadcast() const {
-    if (broadcast == nullptr) {
-        throw GenericErrorException(kCastFailed);
-    }
-    return *broadcast;
-}
-
-template <typename Call>
-UVA_STATUS VideoBroadcastBackendWrapper::Forward(const CallPolicy& policy, Call&& call, const char* operation) const {
-    return Guarded(
-        policy,
-        [&] {
-            IVideoBroadcastBackend& backend = Broadcast();
-            if constexpr (std::is_same<decltype(call(backend)), bool>::value) {
-                return StatusOf(call(backend));
-            } else {
-                call(backend);
-                return UVA_STATUS_OK;
-            }
-        },
-        this, operation);
-}
-
 template <typename Value, typename BrowserValue>
 UVA_STATUS VideoBroadcastBackendWrapper::Read(const CallPolicy& policy, void (IVideoBroadcastBackend::*read)(Value&),
                                               BrowserValue& out, const char* operation) const {
-    return Forward(
+    return broadcast.Forward(
         policy,
         [&](IVideoBroadcastBackend& backend) {
             Value value{};
@@ -121,43 +94,45 @@ UVA_STATUS VideoBroadcastBackendWrapper::Read(const CallPolicy& policy, void (IV
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::initBackend(const char* id) {
-    return Forward(kCall, [&](auto& backend) { backend.InitBackend(TextOrEmpty(id)); });
+    return broadcast.Forward(kCall, [&](auto& backend) { backend.InitBackend(TextOrEmpty(id)); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::release() {
-    return Forward(kCall, [](auto& backend) { backend.Release(); });
+    return broadcast.Forward(kCall, [](auto& backend) { backend.Release(); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::setVideoWindow(int x, int y, int width, int height) {
-    return Forward(kCall, [&](auto& backend) { return backend.SetVideoWindow(MakeVideoRect(x, y, width, height)); });
+    return broadcast.Forward(kCall,
+                             [&](auto& backend) { return backend.SetVideoWindow(MakeVideoRect(x, y, width, height)); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::setClipRect(int x, int y, int width, int height) {
-    return Forward(kCall, [&](auto& backend) { return backend.SetClipRect(MakeVideoRect(x, y, width, height)); });
+    return broadcast.Forward(kCall,
+                             [&](auto& backend) { return backend.SetClipRect(MakeVideoRect(x, y, width, height)); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::setFullScreen(bool fullScreen) {
-    return Forward(kCall, [&](auto& backend) { backend.SetFullScreen(fullScreen); });
+    return broadcast.Forward(kCall, [&](auto& backend) { backend.SetFullScreen(fullScreen); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::setVisibility(bool visible, bool unmute) {
-    return Forward(kCall, [&](auto& backend) { backend.SetVisibility(visible, unmute); });
+    return broadcast.Forward(kCall, [&](auto& backend) { backend.SetVisibility(visible, unmute); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::setVolume(double volume) {
-    return Forward(kVolumeCall, [&](auto& backend) { backend.SetVolume(volume); });
+    return broadcast.Forward(kVolumeCall, [&](auto& backend) { backend.SetVolume(volume); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::nextChannel() {
-    return Forward(kCall, [](auto& backend) { backend.NextChannel(); });
+    return broadcast.Forward(kCall, [](auto& backend) { backend.NextChannel(); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::previousChannel() {
-    return Forward(kCall, [](auto& backend) { backend.PreviousChannel(); });
+    return broadcast.Forward(kCall, [](auto& backend) { backend.PreviousChannel(); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::stop() {
-    return Forward(kCall, [](auto& backend) { backend.Stop(); });
+    return broadcast.Forward(kCall, [](auto& backend) { backend.Stop(); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::getPlayState(PlayState& state) {
@@ -165,24 +140,24 @@ UVA_STATUS VideoBroadcastBackendWrapper::getPlayState(PlayState& state) {
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::onListenerChanged(const char* listener) {
-    return Forward(kCall, [&](auto& backend) { backend.OnListenerChanged(TextOrEmpty(listener)); });
+    return broadcast.Forward(kCall, [&](auto& backend) { backend.OnListenerChanged(TextOrEmpty(listener)); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::getCurrentChannel(void*& channel) {
     // The media stack keeps the current channel alive; the browser gets the bare pointer and this
     // wrapper keeps no share of it.
-    return Forward(kCall, [&](auto& backend) { channel = backend.GetCurrentChannel().get(); });
+    return broadcast.Forward(kCall, [&](auto& backend) { channel = backend.GetCurrentChannel().get(); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::setChannel(void* channel, bool trickplay, bool keepRecording,
                                                     const char* contentAccess, bool quiet, bool offsetReset) {
-    return Forward(kCall, [&](auto& backend) {
+    return broadcast.Forward(kCall, [&](auto& backend) {
         backend.SetChannel(channel, trickplay, keepRecording, TextOrEmpty(contentAccess), quiet, offsetReset);
     });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::bindToCurrentChannel() {
-    return Forward(kCall, [](auto& backend) { backend.BindToCurrentChannel(); });
+    return broadcast.Forward(kCall, [](auto& backend) { backend.BindToCurrentChannel(); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::getPlaybackOffset(double& offset) {
@@ -194,7 +169,7 @@ UVA_STATUS VideoBroadcastBackendWrapper::getMaxOffset(double& offset) {
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::getPlaybackSpeeds(double*& speeds, unsigned int& count) {
-    return Forward(kTimeShiftCall, [&](auto& backend) {
+    return broadcast.Forward(kTimeShiftCall, [&](auto& backend) {
         std::vector<double> offered;
         backend.GetPlaybackSpeeds(offered);
         if (offered.empty()) {
@@ -216,31 +191,32 @@ UVA_STATUS VideoBroadcastBackendWrapper::getPlaybackSpeeds(double*& speeds, unsi
 UVA_STATUS VideoBroadcastBackendWrapper::recordNow(double, char*&) {
     // The media stack records with its own duration and gives no identifier: the browser's text is
     // left as it is.
-    return Forward(kTimeShiftCall, [](auto& backend) { return backend.RecordNow(); });
+    return broadcast.Forward(kTimeShiftCall, [](auto& backend) { return backend.RecordNow(); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::stopRecording() {
-    return Forward(kTimeShiftCall, [](auto& backend) { return backend.StopRecording(); });
+    return broadcast.Forward(kTimeShiftCall, [](auto& backend) { return backend.StopRecording(); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::pause() {
-    return Forward(kTimeShiftCall, [](auto& backend) { backend.Pause(); });
+    return broadcast.Forward(kTimeShiftCall, [](auto& backend) { backend.Pause(); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::resume() {
-    return Forward(kTimeShiftCall, [](auto& backend) { backend.Resume(); });
+    return broadcast.Forward(kTimeShiftCall, [](auto& backend) { backend.Resume(); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::setPlaybackSpeed(double speed) {
-    return Forward(kTimeShiftCall, [&](auto& backend) { backend.SetPlaybackSpeed(speed); });
+    return broadcast.Forward(kTimeShiftCall, [&](auto& backend) { backend.SetPlaybackSpeed(speed); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::setPosition(double position, PositionReference reference) {
-    return Forward(kTimeShiftCall, [&](auto& backend) { backend.SetPosition(WholeLow32(position), reference); });
+    return broadcast.Forward(kTimeShiftCall,
+                             [&](auto& backend) { backend.SetPosition(WholeLow32(position), reference); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::stopTimeShift() {
-    return Forward(kTimeShiftCall, [](auto& backend) { backend.StopTimeShift(); });
+    return broadcast.Forward(kTimeShiftCall, [](auto& backend) { backend.StopTimeShift(); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::getRecordingState(RecordingState& state) {
@@ -252,7 +228,7 @@ UVA_STATUS VideoBroadcastBackendWrapper::getPosition(double& position) {
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::getPlaybackSpeed(double& speed) {
-    return Forward(kTimeShiftCall, [&](auto& backend) { backend.GetPlaybackSpeed(speed); });
+    return broadcast.Forward(kTimeShiftCall, [&](auto& backend) { backend.GetPlaybackSpeed(speed); });
 }
 
 UVA_STATUS VideoBroadcastBackendWrapper::selectComponent(AVComponent* component) {
@@ -266,7 +242,7 @@ UVA_STATUS VideoBroadcastBackendWrapper::unselectComponent(AVComponent* componen
 UVA_STATUS VideoBroadcastBackendWrapper::ChangeSelection(Selection which, AVComponent* component) {
     const char* const name = ComponentRegistry::OperationName(which);
     return Guarded(
-        kCall, [&] { return components.ChangeSelection(Broadcast(), which, component); }, this, name);
+        kCall, [&] { return components.ChangeSelection(broadcast(), which, component); }, this, name);
 }
 
 void VideoBroadcastBackendWrapper::VideoBroadcastBackendEvent(boost::shared_ptr<BackendEvent> event) {

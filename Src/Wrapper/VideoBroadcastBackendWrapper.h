@@ -12,6 +12,7 @@
 #include "ClientDelivery.h"
 #include "ComponentRegistry.h"
 #include "SlotGate.h"
+#include "StackInterface.h"
 #include "Uva/UVAClient.h"
 #include "Uva/UVAVideoBroadcastBackend.h"
 #include "Velmora/BackendEvents.h"
@@ -69,14 +70,6 @@ public:
     void VideoBroadcastBackendEvent(boost::shared_ptr<BackendEvent> event);
 
 private:
-    // The media stack's broadcast back-end; throws when it is missing or of another kind.
-    IVideoBroadcastBackend& Broadcast() const;
-
-    // Runs `call` on the back-end inside the guard. A call answering a bool gives its status (1 or 0),
-    // any other call gives 1 when it returns.
-    template <typename Call>
-    UVA_STATUS Forward(const CallPolicy& policy, Call&& call, const char* operation = __builtin_FUNCTION()) const;
-
     // Reads one value from the back-end into the browser's out-parameter, converted to the browser's type.
     template <typename Value, typename BrowserValue>
     UVA_STATUS Read(const CallPolicy& policy, void (IVideoBroadcastBackend::*read)(Value&), BrowserValue& out,
@@ -87,8 +80,7 @@ private:
     const ClientDelivery delivery;
     ComponentRegistry components;
     boost::shared_ptr<IBackend> impl;
-    // `impl` as an IVideoBroadcastBackend, or null: resolved once, as the back-end never changes.
-    IVideoBroadcastBackend* const broadcast;
+    const StackInterface<IVideoBroadcastBackend> broadcast;
     boost::signals2::scoped_connection connection;
     SlotGate gate;
 };
