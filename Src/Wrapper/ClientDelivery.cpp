@@ -3,13 +3,9 @@
 namespace Velmora {
 namespace Wrapper {
 
-void ClientDelivery::Deliver(std::unique_ptr<UVAEvent> event) const {
-    if (client_ == nullptr) {
-        event.reset();
-        VELMORA_LOG(site_, 5) << noClientText_;
-        return;
-    }
-    client_->handleEvent(event.release());
+void ClientDelivery::DropForWantOfClient(std::unique_ptr<UVAEvent> event) const {
+    event.reset();
+    VELMORA_LOG(site_, 5) << noClientText_;
 }
 
 }  // namespace Wrapper

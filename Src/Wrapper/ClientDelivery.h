@@ -17,10 +17,19 @@ public:
 
     UVAClient* Client() const { return client_; }
 
-    // The browser owns `event` from here on; without a client it is deleted and the line logged.
-    void Deliver(std::unique_ptr<UVAEvent> event) const;
+    // The browser owns `event` from here on; without a client it is deleted and the line logged. Inline:
+    // every event the browser gets passes here.
+    void Deliver(std::unique_ptr<UVAEvent> event) const {
+        if (client_ == nullptr) {
+            DropForWantOfClient(std::move(event));
+            return;
+        }
+        client_->handleEvent(event.release());
+    }
 
 private:
+    void DropForWantOfClient(std::unique_ptr<UVAEvent> event) const;
+
     const LogSite& site_;
     const char* const noClientText_;
     UVAClient* const client_;

@@ -62,15 +62,6 @@ const char* EventName(BackendEvent::EventType eventId) noexcept { return NameOf(
 
 std::string ConvertEventIdToString(DrmBackendEvent::EventType eventId) { return NameOf(kDrmEventNames, eventId); }
 
-bool ToBrowserEventType(BackendEvent::EventType eventId, UVAEvent::Type& browserType) {
-    if (eventId < BackendEvent::BackendResourceRevoked || eventId >= BackendEvent::LastEvent ||
-        eventId == BackendEvent::WriteMseData) {
-        return false;
-    }
-    browserType = static_cast<UVAEvent::Type>(eventId < BackendEvent::WriteMseData ? eventId : eventId - 1);
-    return true;
-}
-
 char* DuplicateText(const char* text) { return text == nullptr ? nullptr : strdup(text); }
 
 unsigned char* MallocCopy(const void* bytes, std::size_t size) {

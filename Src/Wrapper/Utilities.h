@@ -25,7 +25,14 @@ const char* EventName(BackendEvent::EventType eventId) noexcept;
 // The browser's code for an event of the media stack. The browser has no counterpart of WriteMseData,
 // so every code above it is one lower on the browser's side. False for WriteMseData and codes outside
 // the media stack's range.
-bool ToBrowserEventType(BackendEvent::EventType eventId, UVAEvent::Type& browserType);
+inline bool ToBrowserEventType(BackendEvent::EventType eventId, UVAEvent::Type& browserType) {
+    if (eventId < BackendEvent::BackendResourceRevoked || eventId >= BackendEvent::LastEvent ||
+        eventId == BackendEvent::WriteMseData) {
+        return false;
+    }
+    browserType = static_cast<UVAEvent::Type>(eventId < BackendEvent::WriteMseData ? eventId : eventId - 1);
+    return true;
+}
 
 // A copy the browser frees with free(); null stays null.
 char* DuplicateText(const char* text);
