@@ -5,6 +5,7 @@
 // so that the media stack's behaviour can change without shifting the browser's calls.
 // Anything the library gets wrong (a crash, a sanitizer report, a leaked browser object) aborts.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +14,8 @@
 #include <iterator>
 #include <memory>
 #include <set>
+#include <tuple>
+#include <type_traits>
 #include <vector>
 
 #include "Fuzz/FuzzEvents.h"
@@ -125,19 +128,6 @@ private:
     std::deque<std::unique_ptr<UVAEvent>> kept_;
     std::set<UVABackend::AVComponent*> announced_;  // added and not yet removed
 };
-
-// Browser calls shared by media and broadcast back-ends, read from the script the same way.
-template <typename Backend>
-void Window(FuzzInput& in, Backend& backend) {
-    const int x = in.I32(), y = in.I32(), width = in.I32(), height = in.I32();
-    (void)(in.Bool() ? backend.setVideoWindow(x, y, width, height) : backend.setClipRect(x, y, width, height));
-}
-
-template <typename Backend>
-void Visibility(FuzzInput& in, Backend& backend) {
-    const bool visible = in.Bool();
-    backend.setVisibility(visible, in.Bool());
-}
 
 void* HandleOf(std::uint8_t value) {
     return reinterpret_cast<void*>(static_cast<std::uintptr_t>(value % 4 + 1) * 0x1000);
@@ -420,21 +410,16 @@ private:
         Start();
     }
 
-    UVABackend::AVComponent* PickComponent(bool& foreign) {
-        const std::uint8_t which = browser_.Byte();
-        foreign = which != 0xFF && (which == 0xFE || components_.empty());
-        if (foreign) {
-            // A component the browser made itself: never handed out by the library.
-            return new UVABackend::AVComponent(UVABackend::AVComponentDescription{});
-        }
-        return which == 0xFF ? nullptr : components_[which % components_.size()];
-    }
-
+    // Selects or unselects a component the library announced, none, or one the browser made itself
+    // (0xFE, or when none was announced), which the library never handed out.
     template <typename Backend>
-    void Select(Backend& backend) {
-        const bool select = browser_.Bool();
-        bool foreign = false;
-        UVABackend::AVComponent* component = PickComponent(foreign);
+    void Select(bool select, Backend& backend) {
+        const std::uint8_t which = browser_.Byte();
+        const bool foreign = which == 0xFE || (which != 0xFF && components_.empty());
+        UVABackend::AVComponent* const component =
+            foreign         ? new UVABackend::AVComponent(UVABackend::AVComponentDescription{})
+            : which == 0xFF ? nullptr
+                            : components_[which % components_.size()];
         (void)(select ? backend.selectComponent(component) : backend.unselectComponent(component));
         if (foreign) {
             component->backendMarkUnused();
@@ -541,28 +526,104 @@ UVABackend::SourceDescription* Session::Source() {
     return UVABackend::SourceDescription::Streaming(type, sourceId, encrypted, track, browser_.TextOrNull().Pointer());
 }
 
-// One table entry per browser call; an entry reads its arguments from the browser's script in order.
-void Session::MediaCall() {
-    UVAMediaBackend* const media = Pick<UVAMediaBackend>(false);
-    if (media == nullptr) {
-        return;
+// A browser call's argument, read from the script by its type: texts may be null, handles are opaque,
+// other pointers null, and out-arguments are scratch that nobody reads.
+template <typename T>
+struct Argument {
+    explicit Argument(FuzzInput& in) : value(Of(in)) {}
+    static T Of(FuzzInput& in) {
+        if constexpr (std::is_same_v<T, bool>) {
+            return in.Bool();
+        } else if constexpr (std::is_floating_point_v<T>) {
+            return in.Double();
+        } else if constexpr (std::is_enum_v<T>) {
+            return static_cast<T>(in.Byte() % 4);
+        } else if constexpr (std::is_same_v<T, void*>) {
+            return HandleOf(in.Byte());
+        } else if constexpr (std::is_pointer_v<T>) {
+            return nullptr;
+        } else {
+            return static_cast<T>(in.U32());
+        }
     }
-    static constexpr auto kTimeRanges = [](auto&, auto& in, auto& m) {
-        UVABackend::TimeRange** ranges = nullptr;
-        (void)(in.Bool() ? m.getBufferedTimeRanges(nullptr, ranges) : m.getSeekableTimeRanges(nullptr, ranges));
-        Consume(ranges, [](UVABackend::TimeRange* range) { delete range; });
-    };
-    using Call = void (*)(Session&, FuzzInput&, UVAMediaBackend&);
-    static const Call kCalls[] = {
+    T Get() const { return value; }
+    T value;
+};
+
+template <>
+struct Argument<const char*> {
+    explicit Argument(FuzzInput& in) : text(in.TextOrNull()) {}
+    const char* Get() const { return text.Pointer(); }
+    Text text;
+};
+
+template <typename T>
+struct Argument<T&> {
+    explicit Argument(FuzzInput&) {}
+    T& Get() { return value; }
+    T value{};
+};
+
+// A text the library hands over: read as the browser reads it, then freed.
+template <>
+struct Argument<char*&> {
+    explicit Argument(FuzzInput&) {}
+    ~Argument() {
+        Read({value});
+        std::free(value);
+    }
+    char*& Get() { return value; }
+    char* value = nullptr;
+};
+
+// A null-terminated list the library hands over, deleted entry by entry.
+template <typename T>
+struct Argument<T**&> {
+    explicit Argument(FuzzInput&) {}
+    ~Argument() {
+        Consume(value, [](T* entry) { delete entry; });
+    }
+    T**& Get() { return value; }
+    T** value = nullptr;
+};
+
+// Calls `method` with its arguments read from the script in parameter order (braced: read in order).
+template <auto method, typename Backend, typename Class, typename Result, typename... Params>
+void Invoke(FuzzInput& in, Backend& backend, Result (Class::*)(Params...)) {
+    std::tuple<Argument<Params>...> arguments{Argument<Params>(in)...};
+    std::apply([&](auto&... argument) { (backend.*method)(argument.Get()...); }, arguments);
+}
+
+template <auto method, typename Backend>
+void Simple(Session&, FuzzInput& in, Backend& backend) {
+    Invoke<method>(in, backend, method);
+}
+
+template <typename Backend>
+using Call = void (*)(Session&, FuzzInput&, Backend&);
+
+// Runs one browser call on `backend`, if there is one: one of `methods`, its arguments read by parameter
+// type, or (numbered on after them) one of the `special` calls, which read their arguments themselves.
+template <auto... methods, typename Backend, std::size_t SpecialCount>
+void Dispatch(Session& session, FuzzInput& in, Backend* backend, const Call<Backend> (&special)[SpecialCount]) {
+    static const Call<Backend> kSimple[] = {&Simple<methods, Backend>...};
+    constexpr std::size_t kSimpleCount = sizeof...(methods);
+    if (backend != nullptr) {
+        const std::size_t index = in.Byte() % (kSimpleCount + SpecialCount);
+        (index < kSimpleCount ? kSimple[index] : special[index - kSimpleCount])(session, in, *backend);
+    }
+}
+
+void Session::MediaCall() {
+    using M = UVAMediaBackend;
+    static const Call<M> kSpecial[] = {
         [](auto& session, auto& in, auto& m) {
             const Text url = in.TextOrNull();
             const std::uint8_t count = in.Byte() % 5;
             UVABackend::SourceDescription** sources = nullptr;
-            if (count != 4) {
+            if (count != 4) {  // 4: a null list
                 sources = new UVABackend::SourceDescription*[count + 1]();
-                for (std::uint8_t index = 0; index < count; ++index) {
-                    sources[index] = session.Source();
-                }
+                std::generate_n(sources, count, [&] { return session.Source(); });
             }
             if (m.initBackend(url.Pointer(), sources, in.Bool()) != UVA_STATUS_OK) {
                 Consume(sources, [](UVABackend::SourceDescription* source) { delete source; });
@@ -574,21 +635,10 @@ void Session::MediaCall() {
                 delete source;
             }
         },
-        [](auto&, auto& in, auto& m) { m.removeSource(in.U32()); },
-        [](auto&, auto& in, auto& m) { m.setSource(in.TextOrNull().Pointer()); },
-        [](auto&, auto& in, auto& m) { m.queue(in.TextOrNull().Pointer()); },
-        [](auto&, auto& in, auto& m) { m.setLoop(in.TextOrNull().Pointer()); },
-        [](auto&, auto& in, auto& m) { m.setWindowId(in.U32()); },
-        [](auto&, auto& in, auto& m) { Window(in, m); },
-        [](auto&, auto& in, auto& m) { Window(in, m); },
-        [](auto&, auto&, auto& m) { m.getNativeSize(Out<int>(), Out<int>(), Out<double>()); },
         [](auto&, auto& in, auto& m) {
             std::vector<unsigned char> frame(in.Byte());
             m.getVideoFrame(frame.empty() ? nullptr : frame.data(), static_cast<unsigned>(frame.size()));
         },
-        kTimeRanges,
-        kTimeRanges,
-        [](auto&, auto& in, auto& m) { m.canPlayURL(in.TextOrNull().Pointer()); },
         [](auto&, auto& in, auto& m) {
             const Text type = in.TextOrNull();
             const Text keySystem = in.TextOrNull();
@@ -604,72 +654,27 @@ void Session::MediaCall() {
         },
         [](auto&, auto&, auto& m) {
             char** types = nullptr;
-            if (m.getSupportedMimetypes(types) == UVA_STATUS_OK) {
+            if (m.getSupportedMimetypes(types) == UVA_STATUS_OK) {  // a failed call hands nothing over
                 Consume(types, [](char* type) {
                     Read({type});
                     std::free(type);
                 });
             }
         },
-        [](auto&, auto&, auto& m) { m.play(); },
-        [](auto&, auto&, auto& m) { m.stop(); },
-        [](auto&, auto& in, auto& m) { m.pause(in.Bool()); },
-        [](auto&, auto& in, auto& m) { m.setPlaybackRate(in.Double()); },
-        [](auto&, auto& in, auto& m) { m.setVolume(in.Double()); },
-        [](auto&, auto&, auto& m) { m.getDuration(Out<double>()); },
-        [](auto&, auto& in, auto& m) {
-            const unsigned width = in.U32();
-            m.setContentSize(width, in.U32());
-        },
-        [](auto&, auto&, auto& m) { m.getPosition(Out<double>()); },
-        [](auto&, auto& in, auto& m) { m.setPosition(in.Double()); },
-        [](auto&, auto& in, auto& m) { Visibility(in, m); },
-        [](auto&, auto& in, auto& m) { m.getSizeFromDuration(in.Double(), Out<unsigned>()); },
-        [](auto&, auto& in, auto& m) { m.setFullScreen(in.Bool()); },
-        [](auto&, auto& in, auto& m) { m.onListenerChanged(in.TextOrNull().Pointer()); },
-        [](auto&, auto& in, auto& m) {
-            m.setBufferingStrategy(in.template EnumUpTo<UVABackend::BufferingStrategy>(3));
-        },
-        [](auto&, auto&, auto& m) { m.getBytesInBuffer(Out<unsigned>()); },
-        [](auto&, auto& in, auto& m) { m.setKeySystem(in.TextOrNull().Pointer()); },
-        [](auto& session, auto&, auto& m) { session.Select(m); },
-        [](auto& session, auto&, auto& m) { session.Select(m); },
+        [](auto& session, auto& in, auto& m) { session.Select(in.Bool(), m); },
     };
-    kCalls[browser_.Byte() % std::size(kCalls)](*this, browser_, *media);
+    Dispatch<&M::removeSource, &M::setSource, &M::queue, &M::setLoop, &M::setWindowId, &M::setVideoWindow,
+             &M::setClipRect, &M::getNativeSize, &M::getBufferedTimeRanges, &M::getSeekableTimeRanges, &M::canPlayURL,
+             &M::play, &M::stop, &M::pause, &M::setPlaybackRate, &M::setVolume, &M::getDuration, &M::setContentSize,
+             &M::getPosition, &M::setPosition, &M::setVisibility, &M::getSizeFromDuration, &M::setFullScreen,
+             &M::onListenerChanged, &M::setBufferingStrategy, &M::getBytesInBuffer, &M::setKeySystem>(
+        *this, browser_, Pick<M>(false), kSpecial);
 }
 
 void Session::BroadcastCall() {
-    UVAVideoBroadcastBackend* const broadcast = Pick<UVAVideoBroadcastBackend>(true);
-    if (broadcast == nullptr) {
-        return;
-    }
-    static constexpr auto kOffset = [](auto&, auto& in, auto& b) {
-        (void)(in.Bool() ? b.getPlaybackOffset(Out<double>()) : b.getMaxOffset(Out<double>()));
-    };
-    using Call = void (*)(Session&, FuzzInput&, UVAVideoBroadcastBackend&);
-    static const Call kCalls[] = {
-        [](auto&, auto& in, auto& b) { b.setWindowId(HandleOf(in.Byte())); },
-        [](auto&, auto& in, auto& b) { b.initBackend(in.TextOrNull().Pointer()); },
-        [](auto&, auto&, auto& b) { b.release(); },
-        [](auto&, auto& in, auto& b) { Window(in, b); },
-        [](auto&, auto& in, auto& b) { b.setFullScreen(in.Bool()); },
-        [](auto&, auto& in, auto& b) { Visibility(in, b); },
-        [](auto&, auto& in, auto& b) { b.setVolume(in.Double()); },
-        [](auto&, auto&, auto& b) { b.nextChannel(); },
-        [](auto&, auto&, auto& b) { b.previousChannel(); },
-        [](auto&, auto&, auto& b) { b.stop(); },
-        [](auto& session, auto&, auto& b) { session.Select(b); },
-        [](auto&, auto&, auto& b) { b.getPlayState(Out<UVAVideoBroadcastBackend::PlayState>()); },
-        [](auto&, auto& in, auto& b) { b.onListenerChanged(in.TextOrNull().Pointer()); },
-        [](auto&, auto&, auto& b) { b.getCurrentChannel(Out<void*>()); },
-        [](auto&, auto& in, auto& b) {
-            void* channel = HandleOf(in.Byte());
-            const std::uint8_t flags = in.Byte();
-            b.setChannel(channel, flags & 1, flags & 2, in.TextOrNull().Pointer(), flags & 4, flags & 8);
-        },
-        [](auto&, auto&, auto& b) { b.bindToCurrentChannel(); },
-        kOffset,
-        kOffset,
+    using B = UVAVideoBroadcastBackend;
+    static const Call<B> kSpecial[] = {
+        [](auto& session, auto& in, auto& b) { session.Select(in.Bool(), b); },
         [](auto&, auto& in, auto& b) {
             // Every speed the library reports is read, up to the count the browser had room for.
             double* speeds = nullptr;
@@ -683,25 +688,13 @@ void Session::BroadcastCall() {
             }
             delete[] speeds;
         },
-        [](auto&, auto& in, auto& b) {
-            char* recording = nullptr;
-            b.recordNow(in.Double(), recording);
-            std::free(recording);
-        },
-        [](auto&, auto&, auto& b) { b.stopRecording(); },
-        [](auto&, auto&, auto& b) { b.pause(); },
-        [](auto&, auto&, auto& b) { b.resume(); },
-        [](auto&, auto& in, auto& b) { b.setPlaybackSpeed(in.Double()); },
-        [](auto&, auto& in, auto& b) {
-            const double position = in.Double();
-            b.setPosition(position, in.template EnumUpTo<UVABackend::PositionReference>(3));
-        },
-        [](auto&, auto&, auto& b) { b.stopTimeShift(); },
-        [](auto&, auto&, auto& b) { b.getRecordingState(Out<UVAVideoBroadcastBackend::RecordingState>()); },
-        [](auto&, auto&, auto& b) { b.getPosition(Out<double>()); },
-        [](auto&, auto&, auto& b) { b.getPlaybackSpeed(Out<double>()); },
     };
-    kCalls[browser_.Byte() % std::size(kCalls)](*this, browser_, *broadcast);
+    Dispatch<&B::setWindowId, &B::initBackend, &B::release, &B::setVideoWindow, &B::setClipRect, &B::setFullScreen,
+             &B::setVisibility, &B::setVolume, &B::nextChannel, &B::previousChannel, &B::stop, &B::getPlayState,
+             &B::onListenerChanged, &B::getCurrentChannel, &B::setChannel, &B::bindToCurrentChannel,
+             &B::getPlaybackOffset, &B::getMaxOffset, &B::recordNow, &B::stopRecording, &B::pause, &B::resume,
+             &B::setPlaybackSpeed, &B::setPosition, &B::stopTimeShift, &B::getRecordingState, &B::getPosition,
+             &B::getPlaybackSpeed>(*this, browser_, Pick<B>(true), kSpecial);
 }
 
 // Byte blocks end in a zero just past their length: the library writes some of them to its log as C texts.
@@ -713,50 +706,35 @@ struct Bytes {
 };
 
 void Session::DrmCall() {
-    UVADRMBackend** const drm = Choose(drmBackends_, browser_.Byte());
-    if (drm == nullptr || *drm == nullptr) {
-        return;
-    }
-    using Call = void (*)(FuzzInput&, UVADRMBackend&);
-    static const Call kCalls[] = {
-        [](auto&, auto& d) { Read({d.getId()}); },
-        [](auto&, auto& d) { Read({d.getOIPFId()}); },
-        [](auto& in, auto& d) {
+    using D = UVADRMBackend;
+    static const Call<D> kSpecial[] = {
+        [](auto&, auto&, auto& d) { Read({d.getId()}); },
+        [](auto&, auto&, auto& d) { Read({d.getOIPFId()}); },
+        [](auto&, auto& in, auto& d) {
             const Bytes initData(in);
             d.generateKeyRequest(initData.Data(), initData.Size());
         },
-        [](auto& in, auto& d) {
+        [](auto&, auto& in, auto& d) {
             const Bytes key(in);
             const Bytes initData(in);
             d.addKey(key.Data(), key.Size(), initData.Data(), initData.Size(), in.TextOrNull().Pointer());
         },
-        [](auto& in, auto& d) { d.cancelKeyRequest(in.TextOrNull().Pointer()); },
-        [](auto&, auto& d) { d.getKeyReleases(); },
-        [](auto& in, auto& d) {
+        [](auto&, auto& in, auto& d) {
             const Bytes commit(in);
             d.addKeyReleaseCommit(commit.Data(), commit.Size(), in.TextOrNull().Pointer());
         },
-        [](auto& in, auto& d) {
-            const Text type = in.TextOrNull();
-            const Text message = in.TextOrNull();
-            char* result = nullptr;
-            if (d.sendDRMMessage(type.Pointer(), message.Pointer(), result) == UVA_STATUS_OK) {
-                Read({result});
-            }
-            std::free(result);
-        },
-        [](auto& in, auto& d) {
+        [](auto&, auto& in, auto& d) {
             const Bytes keyId(in);
-            d.getDecrypter(Out<UVADRMBackend::UVADRMDecrypter*>(), keyId.Data(), keyId.Size(), in.Bool());
+            d.getDecrypter(Out<D::UVADRMDecrypter*>(), keyId.Data(), keyId.Size(), in.Bool());
         },
-        [](auto&, auto& d) { d.releaseDecrypter(nullptr); },
-        [](auto&, auto& d) { d.stopDecrypters(); },
-        [](auto& in, auto& d) {
+        [](auto&, auto& in, auto& d) {
             const Bytes initData(in);
             d.onInitData(initData.Data(), initData.Size());
         },
     };
-    kCalls[browser_.Byte() % std::size(kCalls)](browser_, **drm);
+    UVADRMBackend** const drm = Choose(drmBackends_, browser_.Byte());
+    Dispatch<&D::cancelKeyRequest, &D::getKeyReleases, &D::sendDRMMessage, &D::releaseDecrypter, &D::stopDecrypters>(
+        *this, browser_, drm == nullptr ? nullptr : *drm, kSpecial);
 }
 
 // The browser answers a need-data request it kept, or hands back some other event it was given.
