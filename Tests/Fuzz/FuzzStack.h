@@ -139,13 +139,7 @@ class FuzzMediaBackend : public Velmora::IMediaBackend, public FuzzRaiser {
 public:
     using FuzzRaiser::FuzzRaiser;
 
-    // Asks the library for a DRM back-end, as the media stack does for encrypted content.
-    Velmora::IDrmBackend* RequestDrmBackend(const std::string& keySystemId) {
-        Velmora::IDrmBackend* answer = nullptr;
-        drmRequests(keySystemId, answer);
-        return answer;
-    }
-
+    // Raised to ask the library for a DRM back-end, as the media stack does for encrypted content.
     boost::signals2::signal<void(std::string, Velmora::IDrmBackend*&)> drmRequests;
 
     boost::signals2::connection ConnectEvent(const EventSlot& slot) override { return script.Connect(events, slot); }
