@@ -7,6 +7,7 @@
 #include <boost/make_shared.hpp>
 #include <boost/shared_ptr.hpp>
 #include <iterator>
+#include <tuple>
 #include <vector>
 
 #include "Fuzz/FuzzInput.h"
@@ -27,54 +28,36 @@ constexpr std::uint32_t kMaxRequestedSamples = 1024;
 using Components = std::vector<IAvComponent*>;
 using EventMaker = BackendEvent* (*)(FuzzInput&, const Components&);
 
-// Opaque channel handles: the library hands them on and never reads through them.
-inline void* Channel(FuzzInput& in) { return reinterpret_cast<void*>(static_cast<std::uintptr_t>(in.Byte()) * 64); }
+// An event of class `Event`, its constructor's arguments read by type (braced: read in order).
+template <typename Event, typename... Params>
+BackendEvent* New(FuzzInput& in, const Components&) {
+    std::tuple<Argument<Params>...> arguments{Argument<Params>(in)...};
+    return std::apply([](auto&... argument) { return new Event(argument.Get()...); }, arguments);
+}
 
-// One maker per event class, each reading that class's fields.
+// One maker per event class.
 inline const EventMaker kEventMakers[] = {
     [](auto&, auto&) { return new BackendEvent(BackendEvent::BackendResourceRevoked); },
-    [](auto& in, auto&) -> BackendEvent* {
-        return new NeedDataEvent{in.I32(), in.I32(), in.I32(), in.I32()};
-    },
+    &New<NeedDataEvent, std::int32_t, std::int32_t, std::int32_t, std::int32_t>,
     [](auto& in, auto&) -> BackendEvent* {
         return new NeedMseDataEvent{in.I32(), in.Count() % (kMaxRequestedSamples + 1)};
     },
     [](auto& in, auto&) -> BackendEvent* {
         return new WriteMseDataEvent{in.I32(), boost::make_shared<std::vector<DecoderBuffer>>(), in.Count()};
     },
-    [](auto& in, auto&) -> BackendEvent* {
-        return new CancelDataRequestsEvent{in.Double(), in.I32()};
-    },
-    [](auto& in, auto&) -> BackendEvent* { return new DurationChangedEvent(in.Double()); },
-    [](auto& in, auto&) -> BackendEvent* {
-        return new VideoResizedEvent{static_cast<std::uint16_t>(in.U32()), static_cast<std::uint16_t>(in.U32()),
-                                     in.Double()};
-    },
-    [](auto& in, auto&) -> BackendEvent* {
-        return new DRMRightsErrorEvent{in.I32(), in.TextOrNull().Pointer(), in.TextOrNull().Pointer(),
-                                       in.TextOrNull().Pointer()};
-    },
-    [](auto& in, auto&) -> BackendEvent* {
-        return new ParentalRatingErrorEvent{in.TextOrNull().Pointer(), in.TextOrNull().Pointer(), in.I32()};
-    },
-    [](auto& in, auto&) -> BackendEvent* {
-        return new ParentalRatingChangeEvent{in.TextOrNull().Pointer(), in.TextOrNull().Pointer(), in.I32()};
-    },
-    [](auto& in, auto&) -> BackendEvent* {
-        return new BroadcastPlaystateChangeEvent{in.I32(), in.I32()};
-    },
-    [](auto& in, auto&) -> BackendEvent* {
-        return new ChannelChangeErrorEvent{Channel(in), in.I32()};
-    },
-    [](auto& in, auto&) -> BackendEvent* { return new ChannelChangeSucceededEvent(Channel(in)); },
-    [](auto& in, auto&) -> BackendEvent* {
-        return new RecordingErrorEvent{in.I32(), in.TextOrNull().Pointer()};
-    },
-    [](auto& in, auto&) -> BackendEvent* {
-        return new RecordingStateChangeEvent{in.I32(), in.TextOrNull().Pointer()};
-    },
-    [](auto& in, auto&) -> BackendEvent* { return new BufferingStreamUnderrunEvent(in.I32()); },
-    [](auto& in, auto&) -> BackendEvent* { return new SubtitlesChangedEvent(in.TextOrNull().Pointer()); },
+    &New<CancelDataRequestsEvent, double, std::int32_t>,
+    &New<DurationChangedEvent, double>,
+    &New<VideoResizedEvent, std::uint16_t, std::uint16_t, double>,
+    &New<DRMRightsErrorEvent, std::int32_t, const char*, const char*, const char*>,
+    &New<ParentalRatingErrorEvent, const char*, const char*, std::int32_t>,
+    &New<ParentalRatingChangeEvent, const char*, const char*, std::int32_t>,
+    &New<BroadcastPlaystateChangeEvent, std::int32_t, std::int32_t>,
+    &New<ChannelChangeErrorEvent, void*, std::int32_t>,
+    &New<ChannelChangeSucceededEvent, void*>,
+    &New<RecordingErrorEvent, std::int32_t, const char*>,
+    &New<RecordingStateChangeEvent, std::int32_t, const char*>,
+    &New<BufferingStreamUnderrunEvent, std::int32_t>,
+    &New<SubtitlesChangedEvent, const char*>,
     [](auto& in, auto& components) -> BackendEvent* {
         IAvComponent* const component = components[in.Byte() % components.size()];
         const std::uint8_t action = in.Byte();

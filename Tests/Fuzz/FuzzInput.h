@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace VelmoraFuzz {
@@ -95,6 +96,38 @@ private:
     const std::uint8_t* data_;
     std::size_t size_;
     std::size_t position_ = 0;
+};
+
+// A value passed on (a browser call's argument, a media stack event's field), read by its type: texts may
+// be null; handles (of windows, channels) are opaque, as the library never reads through them; other
+// pointers are null.
+template <typename T>
+struct Argument {
+    explicit Argument(FuzzInput& in) : value(Of(in)) {}
+    static T Of(FuzzInput& in) {
+        if constexpr (std::is_same_v<T, bool>) {
+            return in.Bool();
+        } else if constexpr (std::is_floating_point_v<T>) {
+            return in.Double();
+        } else if constexpr (std::is_enum_v<T>) {
+            return static_cast<T>(in.Byte() % 4);
+        } else if constexpr (std::is_same_v<T, void*>) {
+            return reinterpret_cast<void*>(static_cast<std::uintptr_t>(in.Byte() % 4 + 1) * 0x1000);
+        } else if constexpr (std::is_pointer_v<T>) {
+            return nullptr;
+        } else {
+            return static_cast<T>(in.U32());
+        }
+    }
+    T Get() const { return value; }
+    T value;
+};
+
+template <>
+struct Argument<const char*> {
+    explicit Argument(FuzzInput& in) : text(in.TextOrNull()) {}
+    const char* Get() const { return text.Pointer(); }
+    Text text;
 };
 
 }  // namespace VelmoraFuzz

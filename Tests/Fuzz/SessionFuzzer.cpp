@@ -129,10 +129,6 @@ private:
     std::set<UVABackend::AVComponent*> announced_;  // added and not yet removed
 };
 
-void* HandleOf(std::uint8_t value) {
-    return reinterpret_cast<void*>(static_cast<std::uintptr_t>(value % 4 + 1) * 0x1000);
-}
-
 class Session {
 public:
     Session(const std::uint8_t* data, std::size_t size) : browser_(data, 0), stackInput_(data, 0) {
@@ -385,7 +381,7 @@ private:
     }
 
     void HandleLookup() {
-        void* handle = HandleOf(browser_.Byte());
+        void* handle = Argument<void*>(browser_).Get();
         if (uva_ != nullptr) {
             Raise([&] { uva_->handleLookups(handle, Out<boost::shared_ptr<Velmora::IBackend>>()); });
         }
@@ -528,37 +524,9 @@ UVABackend::SourceDescription* Session::Source() {
     return UVABackend::SourceDescription::Streaming(type, sourceId, encrypted, track, browser_.TextOrNull().Pointer());
 }
 
-// A browser call's argument, read from the script by its type: texts may be null, handles are opaque,
-// other pointers null, and out-arguments are scratch that nobody reads.
-template <typename T>
-struct Argument {
-    explicit Argument(FuzzInput& in) : value(Of(in)) {}
-    static T Of(FuzzInput& in) {
-        if constexpr (std::is_same_v<T, bool>) {
-            return in.Bool();
-        } else if constexpr (std::is_floating_point_v<T>) {
-            return in.Double();
-        } else if constexpr (std::is_enum_v<T>) {
-            return static_cast<T>(in.Byte() % 4);
-        } else if constexpr (std::is_same_v<T, void*>) {
-            return HandleOf(in.Byte());
-        } else if constexpr (std::is_pointer_v<T>) {
-            return nullptr;
-        } else {
-            return static_cast<T>(in.U32());
-        }
-    }
-    T Get() const { return value; }
-    T value;
-};
+}  // namespace
 
-template <>
-struct Argument<const char*> {
-    explicit Argument(FuzzInput& in) : text(in.TextOrNull()) {}
-    const char* Get() const { return text.Pointer(); }
-    Text text;
-};
-
+// Out-arguments are scratch that nobody reads.
 template <typename T>
 struct Argument<T&> {
     explicit Argument(FuzzInput&) {}
@@ -588,6 +556,8 @@ struct Argument<T**&> {
     T**& Get() { return value; }
     T** value = nullptr;
 };
+
+namespace {
 
 // Calls `method` with its arguments read from the script in parameter order (braced: read in order).
 template <auto method, typename Backend, typename Class, typename Result, typename... Params>
