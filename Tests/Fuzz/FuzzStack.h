@@ -74,11 +74,10 @@ public:
     FuzzInput& input;
 
 private:
-    template <typename Integer>
-    void Fill(Integer& value) {
-        value = static_cast<Integer>(input.U32());
+    template <typename T>
+    void Fill(T& value) {
+        value = Argument<T>::Of(input);
     }
-    void Fill(double& value) { value = input.Double(); }
     void Fill(std::string& value) { value = input.String(); }
     template <typename T>
     void Fill(std::vector<T>& list) {
