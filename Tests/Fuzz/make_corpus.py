@@ -221,6 +221,7 @@ def corpus():
     # A source first, so that the calls after it meet an initialised back-end.
     every_media_call = b"".join(media(op, MEDIA_ARGS.get(op, b""))
                                 for op in sorted(MEDIA_OPS, key=lambda op: op not in ("init", "attach")))
+    every_media_call += media("select", flag(False), u8(0xFF))  # and an unselection, of no component
     files["media-stack-throws"] = session(request(0) + every_media_call, answers=u8(YES) * 4 + failing)
     files["media-stack-answers"] = session(request(0) + every_media_call, log=1)
     every_broadcast_call = b"".join(broadcast(op, BROADCAST_ARGS.get(op, b"")) for op in BROADCAST_OPS)
