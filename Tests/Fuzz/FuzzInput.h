@@ -87,11 +87,6 @@ public:
         return block;
     }
 
-    template <typename Enum>
-    Enum EnumUpTo(int last) {
-        return static_cast<Enum>(Byte() % (last + 1));
-    }
-
 private:
     const std::uint8_t* data_;
     std::size_t size_;

@@ -266,7 +266,7 @@ private:
     }
 
     void RequestBackend() {
-        const auto type = browser_.EnumUpTo<UVABackend::UVABackendType>(3);
+        const auto type = Argument<UVABackend::UVABackendType>::Of(browser_);
         BrowserClient* client = NewClient();
         if (UVABackend* backend = UVA_RequestBackend(type, client)) {
             if (client != nullptr) {
@@ -748,7 +748,7 @@ void Session::WriteData() {
         need->size = browser_.I32();
     }
     const unsigned size = browser_.U32();
-    media->writeData(event, size, browser_.EnumUpTo<UVABackend::WriteDataStatus>(3));
+    media->writeData(event, size, Argument<UVABackend::WriteDataStatus>::Of(browser_));
 }
 
 }  // namespace
