@@ -34,11 +34,14 @@ struct StackFault {
 };
 
 // Reads every byte of a shared block, so that a block shorter than its stated length is caught.
-inline void Touch(const boost::shared_ptr<unsigned char>& bytes, std::uint32_t size) {
+inline void Touch() {}
+template <typename... Rest>
+void Touch(const boost::shared_ptr<unsigned char>& bytes, std::uint32_t size, const Rest&... rest) {
     volatile unsigned sum = 0;
     for (std::uint32_t index = 0; bytes && index < size; ++index) {
         sum = sum + bytes.get()[index];
     }
+    Touch(rest...);
 }
 
 // Decides, call by call, how the media stack behaves: every call fills its out-values from the input
@@ -193,10 +196,8 @@ public:
             std::abort();  // more samples than the browser was asked for, or not an answer at all
         }
         for (const Velmora::DecoderBuffer& buffer : *answer->buffers) {
-            Touch(buffer.data, buffer.dataSize);
-            Touch(buffer.keyId, buffer.keyIdSize);
-            Touch(buffer.iv, buffer.ivSize);
-            Touch(buffer.codecConfig, buffer.codecConfigSize);
+            Touch(buffer.data, buffer.dataSize, buffer.keyId, buffer.keyIdSize, buffer.iv, buffer.ivSize,
+                  buffer.codecConfig, buffer.codecConfigSize);
         }
         script.Answer();
     }
@@ -281,20 +282,16 @@ public:
     const std::string& GetId() const override { return script_.Answer(), id_; }
     const std::string& GetOIPFId() const override { return script_.Answer(), oipfId_; }
     bool GenerateKeyRequest(boost::shared_ptr<unsigned char> initData, std::uint32_t initDataSize) override {
-        Touch(initData, initDataSize);
-        return script_.Answer();
+        return Touch(initData, initDataSize), script_.Answer();
     }
     bool AddKey(boost::shared_ptr<unsigned char> key, std::uint32_t keySize, boost::shared_ptr<unsigned char> initData,
                 std::uint32_t initDataSize, const std::string&) override {
-        Touch(key, keySize);
-        Touch(initData, initDataSize);
-        return script_.Answer();
+        return Touch(key, keySize, initData, initDataSize), script_.Answer();
     }
     bool CancelKeyRequest(const std::string&) override { return script_.Answer(); }
     bool GetKeyReleases() override { return script_.Answer(); }
     bool AddKeyReleaseCommit(boost::shared_ptr<unsigned char> data, std::uint32_t size, const std::string&) override {
-        Touch(data, size);
-        return script_.Answer();
+        return Touch(data, size), script_.Answer();
     }
     bool SendDrmMessage(const std::string&, const std::string&, std::string& sessionId) override {
         return script_.Answer(sessionId);
