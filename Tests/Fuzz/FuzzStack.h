@@ -157,8 +157,8 @@ public:
     void RemoveSource(std::uint32_t) override { script.Answer(); }
     bool SetVideoWindow(const Velmora::VideoRect&) override { return script.Answer(); }
     bool SetClipRect(const Velmora::VideoRect&) override { return script.Answer(); }
-    bool GetNativeSize(unsigned short& width, unsigned short& height, double& aspect) override {
-        return script.Answer(width, height, aspect);
+    bool GetNativeSize(unsigned short& width, unsigned short& height, double& ratio) override {
+        return script.Answer(width, height, ratio);
     }
     bool GetVideoFrame(unsigned char* buffer, std::uint32_t size) override {
         if (buffer != nullptr) {

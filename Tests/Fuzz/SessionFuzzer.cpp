@@ -575,20 +575,20 @@ template <typename Backend>
 using Call = void (*)(Session&, FuzzInput&, Backend&);
 
 // Runs one browser call on `backend`, if there is one: one of `methods`, its arguments read by parameter
-// type, or (numbered on after them) one of the `special` calls, which read their arguments themselves.
-template <auto... methods, typename Backend, std::size_t SpecialCount>
-void Dispatch(Session& session, FuzzInput& in, Backend* backend, const Call<Backend> (&special)[SpecialCount]) {
+// type, or (numbered on after them) one of the `custom` calls, which read their arguments themselves.
+template <auto... methods, typename Backend, std::size_t CustomCount>
+void Dispatch(Session& session, FuzzInput& in, Backend* backend, const Call<Backend> (&custom)[CustomCount]) {
     static const Call<Backend> kSimple[] = {&Simple<methods, Backend>...};
     constexpr std::size_t kSimpleCount = sizeof...(methods);
     if (backend != nullptr) {
-        const std::size_t index = in.Byte() % (kSimpleCount + SpecialCount);
-        (index < kSimpleCount ? kSimple[index] : special[index - kSimpleCount])(session, in, *backend);
+        const std::size_t index = in.Byte() % (kSimpleCount + CustomCount);
+        (index < kSimpleCount ? kSimple[index] : custom[index - kSimpleCount])(session, in, *backend);
     }
 }
 
 void Session::MediaCall() {
     using M = UVAMediaBackend;
-    static const Call<M> kSpecial[] = {
+    static const Call<M> kCustom[] = {
         [](auto& session, auto& in, auto& m) {
             const Text url = in.TextOrNull();
             const std::uint8_t count = in.Byte() % 5;
@@ -640,12 +640,12 @@ void Session::MediaCall() {
              &M::play, &M::stop, &M::pause, &M::setPlaybackRate, &M::setVolume, &M::getDuration, &M::setContentSize,
              &M::getPosition, &M::setPosition, &M::setVisibility, &M::getSizeFromDuration, &M::setFullScreen,
              &M::onListenerChanged, &M::setBufferingStrategy, &M::getBytesInBuffer, &M::setKeySystem>(
-        *this, browser_, Pick<M>(false), kSpecial);
+        *this, browser_, Pick<M>(false), kCustom);
 }
 
 void Session::BroadcastCall() {
     using B = UVAVideoBroadcastBackend;
-    static const Call<B> kSpecial[] = {
+    static const Call<B> kCustom[] = {
         [](auto& session, auto& in, auto& b) { session.Select(in.Bool(), b); },
         [](auto&, auto& in, auto& b) {
             // Every speed the library reports is read, up to the count the browser had room for.
@@ -666,7 +666,7 @@ void Session::BroadcastCall() {
              &B::onListenerChanged, &B::getCurrentChannel, &B::setChannel, &B::bindToCurrentChannel,
              &B::getPlaybackOffset, &B::getMaxOffset, &B::recordNow, &B::stopRecording, &B::pause, &B::resume,
              &B::setPlaybackSpeed, &B::setPosition, &B::stopTimeShift, &B::getRecordingState, &B::getPosition,
-             &B::getPlaybackSpeed>(*this, browser_, Pick<B>(true), kSpecial);
+             &B::getPlaybackSpeed>(*this, browser_, Pick<B>(true), kCustom);
 }
 
 // Byte blocks end in a zero just past their length: the library writes some of them to its log as C texts.
@@ -679,7 +679,7 @@ struct Bytes {
 
 void Session::DrmCall() {
     using D = UVADRMBackend;
-    static const Call<D> kSpecial[] = {
+    static const Call<D> kCustom[] = {
         [](auto&, auto&, auto& d) { Read({d.getId()}); },
         [](auto&, auto&, auto& d) { Read({d.getOIPFId()}); },
         [](auto&, auto& in, auto& d) {
@@ -706,7 +706,7 @@ void Session::DrmCall() {
     };
     UVADRMBackend** const drm = Choose(drmBackends_, browser_.Byte());
     Dispatch<&D::cancelKeyRequest, &D::getKeyReleases, &D::sendDRMMessage, &D::releaseDecrypter, &D::stopDecrypters>(
-        *this, browser_, drm == nullptr ? nullptr : *drm, kSpecial);
+        *this, browser_, drm == nullptr ? nullptr : *drm, kCustom);
 }
 
 // The browser answers a need-data request it kept, or hands back some other event it was given.
