@@ -51,9 +51,9 @@ def block(data):
 
 
 def double(value):
-    special = {"nan": 1, "inf": 2, "-inf": 3, "-0": 4, "max": 5, "-max": 6, "denorm": 7}
-    if value in special:
-        return u8(special[value])
+    odd = {"nan": 1, "inf": 2, "-inf": 3, "-0": 4, "max": 5, "-max": 6, "denorm": 7}
+    if value in odd:
+        return u8(odd[value])
     if value < 0 or value * 2 != int(value * 2) or value > 123:
         return u8(8) + struct.pack("<d", value)  # the raw bits
     return u8(9 + int(value * 2))
