@@ -7,39 +7,27 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <string>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-namespace {
-
-void Replay(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    const std::vector<char> bytes((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
-    LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
-    std::size_t replayed = 0;
+    std::vector<std::filesystem::path> files;
     for (int index = 1; index < argc; ++index) {
-        const std::filesystem::path path(argv[index]);
-        std::vector<std::filesystem::path> files;
-        if (std::filesystem::is_directory(path)) {
-            for (const auto& entry : std::filesystem::directory_iterator(path)) {
-                files.push_back(entry.path());
-            }
-        } else {
-            files.push_back(path);
+        if (!std::filesystem::is_directory(argv[index])) {
+            files.emplace_back(argv[index]);
+            continue;
         }
-        std::sort(files.begin(), files.end());
-        for (const auto& file : files) {
-            Replay(file);
-            ++replayed;
+        for (const auto& entry : std::filesystem::directory_iterator(argv[index])) {
+            files.push_back(entry.path());
         }
     }
-    std::printf("replayed %zu inputs\n", replayed);
-    return replayed == 0 ? 1 : 0;
+    std::sort(files.begin(), files.end());
+    for (const auto& file : files) {
+        std::ifstream stream(file, std::ios::binary);
+        const std::vector<char> bytes((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
+        LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+    }
+    std::printf("replayed %zu inputs\n", files.size());
+    return files.empty() ? 1 : 0;
 }

@@ -5,13 +5,17 @@
 // so that the media stack's behaviour can change without shifting the browser's calls.
 // Anything the library gets wrong (a crash, a sanitizer report, a leaked browser object) aborts.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <initializer_list>
 #include <iterator>
 #include <memory>
 #include <set>
+#include <tuple>
+#include <type_traits>
 #include <vector>
 
 #include "Fuzz/FuzzEvents.h"
@@ -30,10 +34,29 @@ namespace {
 
 class Session;
 
-// Reads a browser text the way the browser would, so that a text the library left unterminated or
-// freed is caught here.
+// Reads browser texts the way the browser would, so that a text the library left unterminated or freed
+// is caught here.
 volatile std::size_t readCharacters = 0;
-void Read(const char* text) { readCharacters = readCharacters + (text == nullptr ? 0 : std::strlen(text)); }
+void Read(std::initializer_list<const char*> texts) {
+    for (const char* text : texts) {
+        readCharacters = readCharacters + (text == nullptr ? 0 : std::strlen(text));
+    }
+}
+
+// An out-argument nobody reads: a temporary that lives until the end of the call's full expression.
+template <typename T>
+T& Out(T&& value = T()) {
+    return value;
+}
+
+// Hands each entry of a null-terminated list the library gave the browser to `each`, then the list.
+template <typename T, typename Each>
+void Consume(T** list, Each each) {
+    for (T** entry = list; entry != nullptr && *entry != nullptr; ++entry) {
+        each(*entry);
+    }
+    delete[] list;
+}
 
 // The class the event's type code promises; a code on an object of another class is the library's fault.
 template <typename Event>
@@ -51,22 +74,20 @@ class ForeignDrmBackend : public UVADRMBackend {
 public:
     const char* getId() const override { return "foreign"; }
     const char* getOIPFId() const override { return "foreign"; }
-    UVA_STATUS generateKeyRequest(const unsigned char*, unsigned int) override { return UVA_STATUS_ERROR; }
-    UVA_STATUS addKey(const unsigned char*, unsigned int, const unsigned char*, unsigned int, const char*) override {
+    UVA_STATUS generateKeyRequest(const unsigned char*, unsigned) override { return UVA_STATUS_ERROR; }
+    UVA_STATUS addKey(const unsigned char*, unsigned, const unsigned char*, unsigned, const char*) override {
         return UVA_STATUS_ERROR;
     }
     UVA_STATUS cancelKeyRequest(const char*) override { return UVA_STATUS_ERROR; }
     UVA_STATUS getKeyReleases() override { return UVA_STATUS_ERROR; }
-    UVA_STATUS addKeyReleaseCommit(const unsigned char*, unsigned int, const char*) override {
-        return UVA_STATUS_ERROR;
-    }
+    UVA_STATUS addKeyReleaseCommit(const unsigned char*, unsigned, const char*) override { return UVA_STATUS_ERROR; }
     UVA_STATUS sendDRMMessage(const char*, const char*, char*&) override { return UVA_STATUS_ERROR; }
-    UVA_STATUS getDecrypter(UVADRMDecrypter*&, const unsigned char*, unsigned int, bool) override {
+    UVA_STATUS getDecrypter(UVADRMDecrypter*&, const unsigned char*, unsigned, bool) override {
         return UVA_STATUS_ERROR;
     }
     UVA_STATUS releaseDecrypter(UVADRMDecrypter*) override { return UVA_STATUS_ERROR; }
     void stopDecrypters() override {}
-    UVA_STATUS onInitData(const unsigned char*, unsigned int) override { return UVA_STATUS_ERROR; }
+    UVA_STATUS onInitData(const unsigned char*, unsigned) override { return UVA_STATUS_ERROR; }
 };
 
 // One browser client per request; it keeps a few events, as a browser answering need-data requests does.
@@ -103,8 +124,6 @@ public:
     bool releaseInHandler = false;  // the browser releases its back-end from inside its event handler
 
 private:
-    static constexpr std::size_t kKeptEvents = 4;
-
     Session& session_;
     std::deque<std::unique_ptr<UVAEvent>> kept_;
     std::set<UVABackend::AVComponent*> announced_;  // added and not yet removed
@@ -112,8 +131,7 @@ private:
 
 class Session {
 public:
-    explicit Session(const std::uint8_t* data, std::size_t size)
-        : browser_(data, 0), stackInput_(data, 0), script_(stackInput_) {
+    Session(const std::uint8_t* data, std::size_t size) : browser_(data, 0), stackInput_(data, 0) {
         if (size >= 3) {
             const std::size_t length = std::min<std::size_t>(size - 3, data[1] | (data[2] << 8));
             browser_ = FuzzInput(data + 3, length);
@@ -127,7 +145,15 @@ public:
     void Play() {
         Start();
         while (!browser_.Exhausted()) {
-            Step();
+            using Operation = void (Session::*)();
+            static constexpr Operation kOperations[] = {
+                &Session::RequestBackend, &Session::ReleaseBackend, &Session::ReleaseForeign, &Session::RequestDrm,
+                &Session::ReleaseDrm,     &Session::SupportedIds,   &Session::MediaCall,      &Session::BroadcastCall,
+                &Session::DrmCall,        &Session::WriteData,      &Session::RaiseEvent,     &Session::RaiseDrmEvent,
+                &Session::ComponentState, &Session::DrmRequest,     &Session::HandleLookup,   &Session::DropComponent,
+                &Session::ClientChoice,   &Session::Restart,
+            };
+            (this->*kOperations[browser_.Byte() % std::size(kOperations)])();
         }
         Stop();
     }
@@ -146,19 +172,17 @@ public:
         components_.push_back(component);
     }
 
+    // What a client answers the library's DRM back-end request with: none, one of ours, a foreign one.
     UVADRMBackend* DrmAnswer() {
-        switch (drmAnswer_ % 3) {
-            case 1: {
-                for (UVADRMBackend* drm : drmBackends_) {
-                    if (drm != nullptr) {
-                        return drm;
-                    }
-                }
-                return nullptr;
-            }
-            case 2: return &foreignDrm_;
-            default: return nullptr;
+        if (drmAnswer_ % 3 != 1) {
+            return drmAnswer_ % 3 == 2 ? &foreignDrm_ : nullptr;
         }
+        for (UVADRMBackend* drm : drmBackends_) {
+            if (drm != nullptr) {
+                return drm;  // the first still held
+            }
+        }
+        return nullptr;
     }
 
 private:
@@ -172,8 +196,7 @@ private:
         try {
             layer_.reset(new Velmora::Wrapper::IntegrationLayer(uva_));
         } catch (...) {
-            // The layer deleted the root object when it failed.
-            uva_ = nullptr;
+            uva_ = nullptr;  // the layer deleted the root object when it failed
         }
     }
 
@@ -184,12 +207,12 @@ private:
                 Release(held);
             }
         }
-        backends_.clear();
         for (UVADRMBackend* drm : drmBackends_) {
             if (drm != nullptr && layer_) {
                 UVADRM_ReleaseBackend(drm);
             }
         }
+        backends_.clear();
         drmBackends_.clear();
         layer_.reset();
         uva_ = nullptr;
@@ -218,8 +241,7 @@ private:
         if (browser_.Byte() % 8 == 7) {
             return nullptr;
         }
-        clients_.emplace_back(new BrowserClient(*this));
-        return clients_.back().get();
+        return clients_.emplace_back(new BrowserClient(*this)).get();
     }
 
     template <typename Backend>
@@ -230,30 +252,11 @@ private:
                 candidates.push_back(&held);
             }
         }
-        const std::uint8_t which = browser_.Byte();
-        if (candidates.empty()) {
-            return nullptr;
+        Held** chosen = Choose(candidates, browser_.Byte());
+        if (chosen != nullptr && client != nullptr) {
+            *client = (*chosen)->client;
         }
-        Held* chosen = candidates[which % candidates.size()];
-        if (client != nullptr) {
-            *client = chosen->client;
-        }
-        return static_cast<Backend*>(chosen->pointer);
-    }
-
-    UVABackend::AVComponent* PickComponent(bool& foreign) {
-        const std::uint8_t which = browser_.Byte();
-        foreign = false;
-        if (which == 0xFF) {
-            return nullptr;
-        }
-        if (which == 0xFE || components_.empty()) {
-            // A component the browser made itself: never handed out by the library.
-            UVABackend::AVComponentDescription description{};
-            foreign = true;
-            return new UVABackend::AVComponent(description);
-        }
-        return components_[which % components_.size()];
+        return chosen == nullptr ? nullptr : static_cast<Backend*>((*chosen)->pointer);
     }
 
     // Any entry of `list`, picked by `which`; null when the list is empty.
@@ -262,20 +265,8 @@ private:
         return list.empty() ? nullptr : &list[which % list.size()];
     }
 
-    void Step() {
-        using Operation = void (Session::*)();
-        static constexpr Operation kOperations[] = {
-            &Session::RequestBackend, &Session::ReleaseBackend, &Session::ReleaseForeign, &Session::RequestDrm,
-            &Session::ReleaseDrm,     &Session::SupportedIds,   &Session::MediaCall,      &Session::BroadcastCall,
-            &Session::DrmCall,        &Session::WriteData,      &Session::RaiseEvent,     &Session::RaiseDrmEvent,
-            &Session::ComponentState, &Session::DrmRequest,     &Session::HandleLookup,   &Session::DropComponent,
-            &Session::ClientChoice,   &Session::Restart,
-        };
-        (this->*kOperations[browser_.Byte() % std::size(kOperations)])();
-    }
-
     void RequestBackend() {
-        const auto type = browser_.EnumUpTo<UVABackend::UVABackendType>(3);
+        const auto type = Argument<UVABackend::UVABackendType>::Of(browser_);
         BrowserClient* client = NewClient();
         if (UVABackend* backend = UVA_RequestBackend(type, client)) {
             if (client != nullptr) {
@@ -292,8 +283,7 @@ private:
             UVABackend* const released = held->pointer;
             Release(*held);
             if (which & 0x80) {
-                // A second release of the same pointer, before anything else was requested.
-                UVA_ReleaseBackend(released);
+                UVA_ReleaseBackend(released);  // a second release of the same pointer
             }
         }
     }
@@ -324,19 +314,41 @@ private:
 
     void SupportedIds() {
         const char** ids = nullptr;
-        if (UVADRM_GetSupportedBackendIDs(ids) == UVA_STATUS_OK && ids != nullptr) {
-            for (const char** id = ids; *id != nullptr; ++id) {
-                Read(*id);
-            }
-            delete[] ids;
+        if (UVADRM_GetSupportedBackendIDs(ids) == UVA_STATUS_OK) {
+            Consume(ids, [](const char* id) { Read({id}); });
+        }
+    }
+
+    // The media stack sees whatever its raising throws; the browser must not have been stopped by it.
+    template <typename Raising>
+    static void Raise(Raising raising) {
+        try {
+            raising();
+        } catch (...) {
+        }
+    }
+
+    void RaiseEvent() {
+        const std::uint8_t which = browser_.Byte();
+        // Components appear as the media stack announces them; a few are enough to meet each other.
+        if (browser_.Byte() % 4 == 0 && stack_.components.size() < 4) {
+            stack_.components.emplace_back(new FuzzComponent(script_, static_cast<int>(stack_.components.size())));
+        }
+        Components components;
+        for (const auto& component : stack_.components) {
+            components.push_back(component.get());
+        }
+        components.push_back(nullptr);
+        if (auto* backend = Choose(stack_.backends, which)) {
+            const auto event = MakeBackendEvent(browser_, components);
+            Raise([&] { backend->second->events(event); });
         }
     }
 
     void RaiseDrmEvent() {
-        DrmEventSignal** events = Choose(stack_.drmEvents, browser_.Byte());
-        if (events != nullptr) {
+        if (auto* drm = Choose(stack_.drmBackends, browser_.Byte())) {
             const auto event = MakeDrmEvent(browser_);
-            Raise([&] { (**events)(event); });
+            Raise([&] { (*drm)->events(event); });
         }
     }
 
@@ -344,7 +356,7 @@ private:
         const std::uint8_t which = browser_.Byte();
         const bool active = browser_.Bool();
         if (auto* component = Choose(stack_.components, which)) {
-            Raise([&] { static_cast<FuzzComponent&>(**component).state(active); });
+            Raise([&] { (*component)->state(active); });
         }
     }
 
@@ -352,28 +364,26 @@ private:
         const std::uint8_t which = browser_.Byte();
         const std::string keySystem = browser_.String();
         std::vector<FuzzMediaBackend*> media;
-        for (const StackObjects::Backend& backend : stack_.backends) {
-            if (backend.media != nullptr) {
-                media.push_back(backend.media);
+        for (const auto& backend : stack_.backends) {
+            if (auto* ours = dynamic_cast<FuzzMediaBackend*>(backend.first.get())) {
+                media.push_back(ours);
             }
         }
         if (FuzzMediaBackend** asked = Choose(media, which)) {
             Raise([&] {
-                Velmora::IDrmBackend* drm = (*asked)->RequestDrmBackend(keySystem);
-                if (auto* ours = dynamic_cast<FuzzDrmBackend*>(drm)) {
-                    ours->events.num_slots();  // still alive
+                Velmora::IDrmBackend* answer = nullptr;
+                (*asked)->drmRequests(keySystem, answer);
+                if (auto* drm = dynamic_cast<FuzzDrmBackend*>(answer)) {
+                    drm->events.num_slots();  // still alive
                 }
             });
         }
     }
 
     void HandleLookup() {
-        void* handle = HandleOf(browser_.Byte());
+        void* handle = Argument<void*>(browser_).Get();
         if (uva_ != nullptr) {
-            Raise([&] {
-                boost::shared_ptr<Velmora::IBackend> found;
-                uva_->handleLookups(handle, found);
-            });
+            Raise([&] { uva_->handleLookups(handle, Out<boost::shared_ptr<Velmora::IBackend>>()); });
         }
     }
 
@@ -381,9 +391,8 @@ private:
         const std::uint8_t which = browser_.Byte();
         if (!components_.empty()) {
             const auto position = components_.begin() + which % components_.size();
-            UVABackend::AVComponent* component = *position;
+            (*position)->stopPreventingDestruction();
             components_.erase(position);
-            component->stopPreventingDestruction();
         }
     }
 
@@ -399,53 +408,31 @@ private:
         Start();
     }
 
-    // The media stack sees whatever its raising throws; the browser must not have been stopped by it.
-    template <typename Raising>
-    void Raise(Raising raising) {
-        try {
-            raising();
-        } catch (...) {
-        }
-    }
-
-    static void* HandleOf(std::uint8_t value) {
-        return reinterpret_cast<void*>(static_cast<std::uintptr_t>(value % 4 + 1) * 0x1000);
-    }
-
-    void RaiseEvent() {
+    // Selects or unselects a component the library announced, none, or one the browser made itself
+    // (0xFE, or when none was announced), which the library never handed out.
+    template <typename Backend>
+    void Select(bool select, Backend& backend) {
         const std::uint8_t which = browser_.Byte();
-        // Components appear as the media stack announces them; a few are enough to meet each other.
-        if (browser_.Byte() % 4 == 0 && stack_.components.size() < 4) {
-            stack_.components.emplace_back(new FuzzComponent(script_, static_cast<int>(stack_.components.size())));
+        const bool foreign = which == 0xFE || (which != 0xFF && components_.empty());
+        UVABackend::AVComponent* const component =
+            foreign         ? new UVABackend::AVComponent(UVABackend::AVComponentDescription{})
+            : which == 0xFF ? nullptr
+                            : components_[which % components_.size()];
+        (void)(select ? backend.selectComponent(component) : backend.unselectComponent(component));
+        if (foreign) {
+            component->backendMarkUnused();
         }
-        std::vector<Velmora::IAvComponent*> components;
-        for (const auto& component : stack_.components) {
-            components.push_back(component.get());
-        }
-        components.push_back(nullptr);  // a component event without its component is logged and ignored
-        if (stack_.backends.empty()) {
-            return;
-        }
-        EventSignal& events = *stack_.backends[which % stack_.backends.size()].events;
-        const auto event = MakeBackendEvent(browser_, components.data(), components.size());
-        Raise([&] { events(event); });
     }
 
+    UVABackend::SourceDescription* Source();
     void MediaCall();
     void BroadcastCall();
     void DrmCall();
     void WriteData();
-    template <typename Backend>
-    void Window(Backend& backend);
-    template <typename Backend>
-    void Visibility(Backend& backend);
-    template <typename Backend>
-    void Select(Backend& backend);
-    UVABackend::SourceDescription* Source();
 
     FuzzInput browser_;
     FuzzInput stackInput_;
-    StackScript script_;
+    StackScript script_{stackInput_};
     StackObjects stack_;
     FuzzUva* uva_ = nullptr;  // owned by the layer
     std::unique_ptr<Velmora::Wrapper::IntegrationLayer> layer_;
@@ -469,21 +456,18 @@ void BrowserClient::handleEvent(UVAEvent* event) {
         }
         case UVAEvent::DRM_RIGHTS_ERROR: {
             auto& error = As<DRMRightsErrorEvent>(*event);
-            Read(error.contentId);
-            Read(error.drmSystemId);
-            Read(error.rightsIssuerUrl);
+            Read({error.contentId, error.drmSystemId, error.rightsIssuerUrl});
             break;
         }
         case UVAEvent::PARENTAL_RATING_ERROR:
         case UVAEvent::PARENTAL_RATING_CHANGE: {
             auto& rating = As<ParentalRatingEvent>(*event);
-            Read(rating.contentId);
-            Read(rating.drmSystemId);
+            Read({rating.contentId, rating.drmSystemId});
             break;
         }
-        case UVAEvent::RECORDING_ERROR: Read(As<RecordingErrorEvent>(*event).recordingId); break;
-        case UVAEvent::RECORDING_STATE_CHANGE: Read(As<RecordingStateChangeEvent>(*event).recordingId); break;
-        case UVAEvent::SUBTITLES_CHANGED: Read(As<SubtitlesChangedEvent>(*event).language); break;
+        case UVAEvent::RECORDING_ERROR: Read({As<RecordingErrorEvent>(*event).recordingId}); break;
+        case UVAEvent::RECORDING_STATE_CHANGE: Read({As<RecordingStateChangeEvent>(*event).recordingId}); break;
+        case UVAEvent::SUBTITLES_CHANGED: Read({As<SubtitlesChangedEvent>(*event).language}); break;
         case UVAEvent::COMPONENT_CHANGED: {
             const auto& change = As<ComponentChangedEvent>(*event);
             UVABackend::AVComponent* component = change.component;
@@ -492,17 +476,14 @@ void BrowserClient::handleEvent(UVAEvent* event) {
             } else if (change.action == ComponentChangedEvent::REMOVED) {
                 announced_.erase(component);
             }
-            for (const char* text :
-                 {component->language, component->encoding, component->label, component->role, component->id}) {
-                Read(text);
-            }
+            Read({component->language, component->encoding, component->label, component->role, component->id});
             session_.Keep(component);
             break;
         }
         default: break;
     }
     kept_.push_back(std::move(owned));
-    if (kept_.size() > kKeptEvents) {
+    if (kept_.size() > 4) {
         kept_.pop_front();
     }
     if (releaseInHandler && backend != nullptr) {
@@ -515,25 +496,23 @@ void BrowserClient::handleEvent(UVAEvent* event) {
 }
 
 UVADRMBackend* BrowserClient::requestDRMBackend(const char* keySystemId) {
-    Read(keySystemId);
+    Read({keySystemId});
     return session_.DrmAnswer();
 }
 
 void BrowserClient::handleDRMEvent(UVADRMEvent* event) {
-    Read(event->keySystem);
-    Read(event->sessionId);
+    Read({event->keySystem, event->sessionId});
     if (auto* message = dynamic_cast<UVAKeyMessageDRMEvent*>(event)) {
-        Read(message->defaultUrl);
+        Read({message->defaultUrl});
     } else if (auto* result = dynamic_cast<UVAResultMessageDRMEvent*>(event)) {
-        Read(result->resultMessage);
+        Read({result->resultMessage});
     }
     delete event;
 }
 
 UVABackend::SourceDescription* Session::Source() {
     if (browser_.Byte() % 4 == 3) {
-        const Text url = browser_.TextOrNull();
-        return UVABackend::SourceDescription::BackendStreaming(url.Pointer());
+        return UVABackend::SourceDescription::BackendStreaming(browser_.TextOrNull().Pointer());
     }
     // Type 3 holds a URL in place of the source id and is only made by BackendStreaming; -1 and 4 are
     // types no browser should send.
@@ -542,65 +521,84 @@ UVABackend::SourceDescription* Session::Source() {
     const std::int32_t sourceId = browser_.I32();
     const bool encrypted = browser_.Bool();
     const std::int32_t track = browser_.I32();
-    const Text mime = browser_.TextOrNull();
-    return UVABackend::SourceDescription::Streaming(type, sourceId, encrypted, track, mime.Pointer());
+    return UVABackend::SourceDescription::Streaming(type, sourceId, encrypted, track, browser_.TextOrNull().Pointer());
 }
 
-// What media and broadcast back-ends share: the same browser calls, read from the script the same way.
-template <typename Backend>
-void Session::Window(Backend& backend) {
-    const int x = browser_.I32(), y = browser_.I32(), width = browser_.I32(), height = browser_.I32();
-    (void)(browser_.Bool() ? backend.setVideoWindow(x, y, width, height) : backend.setClipRect(x, y, width, height));
+}  // namespace
+
+// Out-arguments are scratch that nobody reads.
+template <typename T>
+struct Argument<T&> {
+    explicit Argument(FuzzInput&) {}
+    T& Get() { return value; }
+    T value{};
+};
+
+// A text the library hands over: read as the browser reads it, then freed.
+template <>
+struct Argument<char*&> {
+    explicit Argument(FuzzInput&) {}
+    ~Argument() {
+        Read({value});
+        std::free(value);
+    }
+    char*& Get() { return value; }
+    char* value = nullptr;
+};
+
+// A null-terminated list the library hands over, deleted entry by entry.
+template <typename T>
+struct Argument<T**&> {
+    explicit Argument(FuzzInput&) {}
+    ~Argument() {
+        Consume(value, [](T* entry) { delete entry; });
+    }
+    T**& Get() { return value; }
+    T** value = nullptr;
+};
+
+namespace {
+
+// Calls `method` with its arguments read from the script in parameter order (braced: read in order).
+template <auto method, typename Backend, typename Class, typename Result, typename... Params>
+void Invoke(FuzzInput& in, Backend& backend, Result (Class::*)(Params...)) {
+    std::tuple<Argument<Params>...> arguments{Argument<Params>(in)...};
+    std::apply([&](auto&... argument) { (backend.*method)(argument.Get()...); }, arguments);
+}
+
+template <auto method, typename Backend>
+void Simple(Session&, FuzzInput& in, Backend& backend) {
+    Invoke<method>(in, backend, method);
 }
 
 template <typename Backend>
-void Session::Visibility(Backend& backend) {
-    const bool visible = browser_.Bool();
-    backend.setVisibility(visible, browser_.Bool());
-}
+using Call = void (*)(Session&, FuzzInput&, Backend&);
 
-template <typename Backend>
-void Session::Select(Backend& backend) {
-    const bool select = browser_.Bool();
-    bool foreign = false;
-    UVABackend::AVComponent* component = PickComponent(foreign);
-    (void)(select ? backend.selectComponent(component) : backend.unselectComponent(component));
-    if (foreign) {
-        component->backendMarkUnused();
+// Runs one browser call on `backend`, if there is one: one of `methods`, its arguments read by parameter
+// type, or (numbered on after them) one of the `custom` calls, which read their arguments themselves.
+template <auto... methods, typename Backend, std::size_t CustomCount>
+void Dispatch(Session& session, FuzzInput& in, Backend* backend, const Call<Backend> (&custom)[CustomCount]) {
+    static const Call<Backend> kSimple[] = {&Simple<methods, Backend>...};
+    constexpr std::size_t kSimpleCount = sizeof...(methods);
+    if (backend != nullptr) {
+        const std::size_t index = in.Byte() % (kSimpleCount + CustomCount);
+        (index < kSimpleCount ? kSimple[index] : custom[index - kSimpleCount])(session, in, *backend);
     }
 }
 
-// One table entry per browser call; an entry reads its arguments from the browser's script in order.
 void Session::MediaCall() {
-    UVAMediaBackend* const media = Pick<UVAMediaBackend>(false);
-    if (media == nullptr) {
-        return;
-    }
-    static constexpr auto kTimeRanges = [](auto&, auto& in, auto& m) {
-        UVABackend::TimeRange** ranges = nullptr;
-        (void)(in.Bool() ? m.getBufferedTimeRanges(nullptr, ranges) : m.getSeekableTimeRanges(nullptr, ranges));
-        for (auto** range = ranges; range != nullptr && *range != nullptr; ++range) {
-            delete *range;
-        }
-        delete[] ranges;
-    };
-    using Call = void (*)(Session&, FuzzInput&, UVAMediaBackend&);
-    static const Call kCalls[] = {
+    using M = UVAMediaBackend;
+    static const Call<M> kCustom[] = {
         [](auto& session, auto& in, auto& m) {
             const Text url = in.TextOrNull();
             const std::uint8_t count = in.Byte() % 5;
             UVABackend::SourceDescription** sources = nullptr;
-            if (count != 4) {
+            if (count != 4) {  // 4: a null list
                 sources = new UVABackend::SourceDescription*[count + 1]();
-                for (std::uint8_t index = 0; index < count; ++index) {
-                    sources[index] = session.Source();
-                }
+                std::generate_n(sources, count, [&] { return session.Source(); });
             }
-            if (m.initBackend(url.Pointer(), sources, in.Bool()) != UVA_STATUS_OK && sources != nullptr) {
-                for (auto** source = sources; *source != nullptr; ++source) {
-                    delete *source;
-                }
-                delete[] sources;
+            if (m.initBackend(url.Pointer(), sources, in.Bool()) != UVA_STATUS_OK) {
+                Consume(sources, [](UVABackend::SourceDescription* source) { delete source; });
             }
         },
         [](auto& session, auto& in, auto& m) {
@@ -609,25 +607,10 @@ void Session::MediaCall() {
                 delete source;
             }
         },
-        [](auto&, auto& in, auto& m) { m.removeSource(in.U32()); },
-        [](auto&, auto& in, auto& m) { m.setSource(in.TextOrNull().Pointer()); },
-        [](auto&, auto& in, auto& m) { m.queue(in.TextOrNull().Pointer()); },
-        [](auto&, auto& in, auto& m) { m.setLoop(in.TextOrNull().Pointer()); },
-        [](auto&, auto& in, auto& m) { m.setWindowId(in.U32()); },
-        [](auto& session, auto&, auto& m) { session.Window(m); },
-        [](auto& session, auto&, auto& m) { session.Window(m); },
-        [](auto&, auto&, auto& m) {
-            int width = 0, height = 0;
-            double aspect = 0;
-            m.getNativeSize(width, height, aspect);
-        },
         [](auto&, auto& in, auto& m) {
             std::vector<unsigned char> frame(in.Byte());
             m.getVideoFrame(frame.empty() ? nullptr : frame.data(), static_cast<unsigned>(frame.size()));
         },
-        kTimeRanges,
-        kTimeRanges,
-        [](auto&, auto& in, auto& m) { m.canPlayURL(in.TextOrNull().Pointer()); },
         [](auto&, auto& in, auto& m) {
             const Text type = in.TextOrNull();
             const Text keySystem = in.TextOrNull();
@@ -643,98 +626,32 @@ void Session::MediaCall() {
         },
         [](auto&, auto&, auto& m) {
             char** types = nullptr;
-            if (m.getSupportedMimetypes(types) == UVA_STATUS_OK && types != nullptr) {
-                for (char** type = types; *type != nullptr; ++type) {
-                    Read(*type);
-                    std::free(*type);
-                }
-                delete[] types;
+            if (m.getSupportedMimetypes(types) == UVA_STATUS_OK) {  // a failed call hands nothing over
+                Consume(types, [](char* type) {
+                    Read({type});
+                    std::free(type);
+                });
             }
         },
-        [](auto&, auto&, auto& m) { m.play(); },
-        [](auto&, auto&, auto& m) { m.stop(); },
-        [](auto&, auto& in, auto& m) { m.pause(in.Bool()); },
-        [](auto&, auto& in, auto& m) { m.setPlaybackRate(in.Double()); },
-        [](auto&, auto& in, auto& m) { m.setVolume(in.Double()); },
-        [](auto&, auto&, auto& m) {
-            double duration = 0;
-            m.getDuration(duration);
-        },
-        [](auto&, auto& in, auto& m) {
-            const unsigned width = in.U32();
-            m.setContentSize(width, in.U32());
-        },
-        [](auto&, auto&, auto& m) {
-            double position = 0;
-            m.getPosition(position);
-        },
-        [](auto&, auto& in, auto& m) { m.setPosition(in.Double()); },
-        [](auto& session, auto&, auto& m) { session.Visibility(m); },
-        [](auto&, auto& in, auto& m) {
-            unsigned size = 0;
-            m.getSizeFromDuration(in.Double(), size);
-        },
-        [](auto&, auto& in, auto& m) { m.setFullScreen(in.Bool()); },
-        [](auto&, auto& in, auto& m) { m.onListenerChanged(in.TextOrNull().Pointer()); },
-        [](auto&, auto& in, auto& m) {
-            m.setBufferingStrategy(in.template EnumUpTo<UVABackend::BufferingStrategy>(3));
-        },
-        [](auto&, auto&, auto& m) {
-            unsigned bytes = 0;
-            m.getBytesInBuffer(bytes);
-        },
-        [](auto&, auto& in, auto& m) { m.setKeySystem(in.TextOrNull().Pointer()); },
-        [](auto& session, auto&, auto& m) { session.Select(m); },
-        [](auto& session, auto&, auto& m) { session.Select(m); },
+        [](auto& session, auto& in, auto& m) { session.Select(in.Bool(), m); },
     };
-    kCalls[browser_.Byte() % std::size(kCalls)](*this, browser_, *media);
+    Dispatch<&M::removeSource, &M::setSource, &M::queue, &M::setLoop, &M::setWindowId, &M::setVideoWindow,
+             &M::setClipRect, &M::getNativeSize, &M::getBufferedTimeRanges, &M::getSeekableTimeRanges, &M::canPlayURL,
+             &M::play, &M::stop, &M::pause, &M::setPlaybackRate, &M::setVolume, &M::getDuration, &M::setContentSize,
+             &M::getPosition, &M::setPosition, &M::setVisibility, &M::getSizeFromDuration, &M::setFullScreen,
+             &M::onListenerChanged, &M::setBufferingStrategy, &M::getBytesInBuffer, &M::setKeySystem>(
+        *this, browser_, Pick<M>(false), kCustom);
 }
 
 void Session::BroadcastCall() {
-    UVAVideoBroadcastBackend* const broadcast = Pick<UVAVideoBroadcastBackend>(true);
-    if (broadcast == nullptr) {
-        return;
-    }
-    static constexpr auto kOffset = [](auto&, auto& in, auto& b) {
-        double offset = 0;
-        (void)(in.Bool() ? b.getPlaybackOffset(offset) : b.getMaxOffset(offset));
-    };
-    using Call = void (*)(Session&, FuzzInput&, UVAVideoBroadcastBackend&);
-    static const Call kCalls[] = {
-        [](auto&, auto& in, auto& b) { b.setWindowId(HandleOf(in.Byte())); },
-        [](auto&, auto& in, auto& b) { b.initBackend(in.TextOrNull().Pointer()); },
-        [](auto&, auto&, auto& b) { b.release(); },
-        [](auto& session, auto&, auto& b) { session.Window(b); },
-        [](auto&, auto& in, auto& b) { b.setFullScreen(in.Bool()); },
-        [](auto& session, auto&, auto& b) { session.Visibility(b); },
-        [](auto&, auto& in, auto& b) { b.setVolume(in.Double()); },
-        [](auto&, auto&, auto& b) { b.nextChannel(); },
-        [](auto&, auto&, auto& b) { b.previousChannel(); },
-        [](auto&, auto&, auto& b) { b.stop(); },
-        [](auto& session, auto&, auto& b) { session.Select(b); },
-        [](auto&, auto&, auto& b) {
-            UVAVideoBroadcastBackend::PlayState state{};
-            b.getPlayState(state);
-        },
-        [](auto&, auto& in, auto& b) { b.onListenerChanged(in.TextOrNull().Pointer()); },
-        [](auto&, auto&, auto& b) {
-            void* channel = nullptr;
-            b.getCurrentChannel(channel);
-        },
-        [](auto&, auto& in, auto& b) {
-            void* channel = HandleOf(in.Byte());
-            const std::uint8_t flags = in.Byte();
-            const Text access = in.TextOrNull();
-            b.setChannel(channel, flags & 1, flags & 2, access.Pointer(), flags & 4, flags & 8);
-        },
-        [](auto&, auto&, auto& b) { b.bindToCurrentChannel(); },
-        kOffset,
-        kOffset,
+    using B = UVAVideoBroadcastBackend;
+    static const Call<B> kCustom[] = {
+        [](auto& session, auto& in, auto& b) { session.Select(in.Bool(), b); },
         [](auto&, auto& in, auto& b) {
             // Every speed the library reports is read, up to the count the browser had room for.
             double* speeds = nullptr;
-            unsigned count = in.Byte() % 32;
-            const unsigned capacity = count;
+            const unsigned capacity = in.Byte() % 32;
+            unsigned count = capacity;
             if (b.getPlaybackSpeeds(speeds, count) == UVA_STATUS_OK) {
                 volatile double sum = 0;
                 for (unsigned index = 0; index < std::min(count, capacity); ++index) {
@@ -743,34 +660,13 @@ void Session::BroadcastCall() {
             }
             delete[] speeds;
         },
-        [](auto&, auto& in, auto& b) {
-            char* recording = nullptr;
-            b.recordNow(in.Double(), recording);
-            std::free(recording);
-        },
-        [](auto&, auto&, auto& b) { b.stopRecording(); },
-        [](auto&, auto&, auto& b) { b.pause(); },
-        [](auto&, auto&, auto& b) { b.resume(); },
-        [](auto&, auto& in, auto& b) { b.setPlaybackSpeed(in.Double()); },
-        [](auto&, auto& in, auto& b) {
-            const double position = in.Double();
-            b.setPosition(position, in.template EnumUpTo<UVABackend::PositionReference>(3));
-        },
-        [](auto&, auto&, auto& b) { b.stopTimeShift(); },
-        [](auto&, auto&, auto& b) {
-            UVAVideoBroadcastBackend::RecordingState state{};
-            b.getRecordingState(state);
-        },
-        [](auto&, auto&, auto& b) {
-            double position = 0;
-            b.getPosition(position);
-        },
-        [](auto&, auto&, auto& b) {
-            double speed = 0;
-            b.getPlaybackSpeed(speed);
-        },
     };
-    kCalls[browser_.Byte() % std::size(kCalls)](*this, browser_, *broadcast);
+    Dispatch<&B::setWindowId, &B::initBackend, &B::release, &B::setVideoWindow, &B::setClipRect, &B::setFullScreen,
+             &B::setVisibility, &B::setVolume, &B::nextChannel, &B::previousChannel, &B::stop, &B::getPlayState,
+             &B::onListenerChanged, &B::getCurrentChannel, &B::setChannel, &B::bindToCurrentChannel,
+             &B::getPlaybackOffset, &B::getMaxOffset, &B::recordNow, &B::stopRecording, &B::pause, &B::resume,
+             &B::setPlaybackSpeed, &B::setPosition, &B::stopTimeShift, &B::getRecordingState, &B::getPosition,
+             &B::getPlaybackSpeed>(*this, browser_, Pick<B>(true), kCustom);
 }
 
 // Byte blocks end in a zero just past their length: the library writes some of them to its log as C texts.
@@ -782,53 +678,35 @@ struct Bytes {
 };
 
 void Session::DrmCall() {
-    UVADRMBackend** const drm = Choose(drmBackends_, browser_.Byte());
-    if (drm == nullptr || *drm == nullptr) {
-        return;
-    }
-    using Call = void (*)(FuzzInput&, UVADRMBackend&);
-    static const Call kCalls[] = {
-        [](auto&, auto& d) { Read(d.getId()); },
-        [](auto&, auto& d) { Read(d.getOIPFId()); },
-        [](auto& in, auto& d) {
+    using D = UVADRMBackend;
+    static const Call<D> kCustom[] = {
+        [](auto&, auto&, auto& d) { Read({d.getId()}); },
+        [](auto&, auto&, auto& d) { Read({d.getOIPFId()}); },
+        [](auto&, auto& in, auto& d) {
             const Bytes initData(in);
             d.generateKeyRequest(initData.Data(), initData.Size());
         },
-        [](auto& in, auto& d) {
+        [](auto&, auto& in, auto& d) {
             const Bytes key(in);
             const Bytes initData(in);
-            const Text session = in.TextOrNull();
-            d.addKey(key.Data(), key.Size(), initData.Data(), initData.Size(), session.Pointer());
+            d.addKey(key.Data(), key.Size(), initData.Data(), initData.Size(), in.TextOrNull().Pointer());
         },
-        [](auto& in, auto& d) { d.cancelKeyRequest(in.TextOrNull().Pointer()); },
-        [](auto&, auto& d) { d.getKeyReleases(); },
-        [](auto& in, auto& d) {
+        [](auto&, auto& in, auto& d) {
             const Bytes commit(in);
-            const Text session = in.TextOrNull();
-            d.addKeyReleaseCommit(commit.Data(), commit.Size(), session.Pointer());
+            d.addKeyReleaseCommit(commit.Data(), commit.Size(), in.TextOrNull().Pointer());
         },
-        [](auto& in, auto& d) {
-            const Text type = in.TextOrNull();
-            const Text message = in.TextOrNull();
-            char* result = nullptr;
-            if (d.sendDRMMessage(type.Pointer(), message.Pointer(), result) == UVA_STATUS_OK) {
-                Read(result);
-            }
-            std::free(result);
-        },
-        [](auto& in, auto& d) {
-            UVADRMBackend::UVADRMDecrypter* decrypter = nullptr;
+        [](auto&, auto& in, auto& d) {
             const Bytes keyId(in);
-            d.getDecrypter(decrypter, keyId.Data(), keyId.Size(), in.Bool());
+            d.getDecrypter(Out<D::UVADRMDecrypter*>(), keyId.Data(), keyId.Size(), in.Bool());
         },
-        [](auto&, auto& d) { d.releaseDecrypter(nullptr); },
-        [](auto&, auto& d) { d.stopDecrypters(); },
-        [](auto& in, auto& d) {
+        [](auto&, auto& in, auto& d) {
             const Bytes initData(in);
             d.onInitData(initData.Data(), initData.Size());
         },
     };
-    kCalls[browser_.Byte() % std::size(kCalls)](browser_, **drm);
+    UVADRMBackend** const drm = Choose(drmBackends_, browser_.Byte());
+    Dispatch<&D::cancelKeyRequest, &D::getKeyReleases, &D::sendDRMMessage, &D::releaseDecrypter, &D::stopDecrypters>(
+        *this, browser_, drm == nullptr ? nullptr : *drm, kCustom);
 }
 
 // The browser answers a need-data request it kept, or hands back some other event it was given.
@@ -870,18 +748,15 @@ void Session::WriteData() {
         need->size = browser_.I32();
     }
     const unsigned size = browser_.U32();
-    media->writeData(event, size, browser_.EnumUpTo<UVABackend::WriteDataStatus>(3));
+    media->writeData(event, size, Argument<UVABackend::WriteDataStatus>::Of(browser_));
 }
 
 }  // namespace
 }  // namespace VelmoraFuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const bool quiet = [] {
-        // Every line is built and then dropped: the fuzzer exercises the log code, not the terminal.
-        Tlog::SetSink([](const Tlog::Record& record) { (void)record.text.size(); });
-        return true;
-    }();
+    // Every line is built and then dropped: the fuzzer exercises the log code, not the terminal.
+    static const bool quiet = (Tlog::SetSink([](const Tlog::Record& record) { (void)record.text.size(); }), true);
     (void)quiet;
     const UvaLiveObjects before = uvaLiveObjects();
     VelmoraFuzz::Session(data, size).Play();

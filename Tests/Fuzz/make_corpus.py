@@ -15,15 +15,17 @@ import sys
 (REQUEST, RELEASE, RELEASE_FOREIGN, REQUEST_DRM, RELEASE_DRM, SUPPORTED_IDS, MEDIA, BROADCAST, DRM, WRITE_DATA,
  RAISE, RAISE_DRM, COMPONENT_STATE, DRM_REQUEST, HANDLE_LOOKUP, DROP_COMPONENT, CLIENT_CHOICE, RESTART) = range(18)
 
-MEDIA_OPS = ("init attach remove setSource queue loop windowId videoWindow clipRect nativeSize frame buffered "
-             "seekable canPlayUrl canPlayType mimetypes play stop pause rate volume duration contentSize "
-             "getPosition setPosition visibility sizeFromDuration fullScreen listener buffering bytesInBuffer "
-             "keySystem select unselect").split()
-BROADCAST_OPS = ("windowId init release videoWindow fullScreen visibility volume next previous stop select "
-                 "playState listener currentChannel setChannel bind offset maxOffset speeds record stopRecording "
-                 "pause resume setSpeed setPosition stopTimeShift recordingState getPosition getSpeed").split()
-DRM_OPS = ("getId getOIPFId generateKeyRequest addKey cancelKeyRequest getKeyReleases addKeyReleaseCommit "
-           "sendDRMMessage getDecrypter releaseDecrypter stopDecrypters onInitData").split()
+# Each back-end's calls: first those whose arguments are read by parameter type, then the rest.
+MEDIA_OPS = ("remove setSource queue loop windowId videoWindow clipRect nativeSize buffered seekable canPlayUrl "
+             "play stop pause rate volume duration contentSize getPosition setPosition visibility "
+             "sizeFromDuration fullScreen listener buffering bytesInBuffer keySystem "
+             "init attach frame canPlayType mimetypes select").split()
+BROADCAST_OPS = ("windowId init release videoWindow clipRect fullScreen visibility volume next previous stop "
+                 "playState listener currentChannel setChannel bind offset maxOffset record stopRecording pause "
+                 "resume setSpeed setPosition stopTimeShift recordingState getPosition getSpeed "
+                 "select speeds").split()
+DRM_OPS = ("cancelKeyRequest getKeyReleases sendDRMMessage releaseDecrypter stopDecrypters "
+           "getId getOIPFId generateKeyRequest addKey addKeyReleaseCommit getDecrypter onInitData").split()
 
 # Stack answers (StackScript::Answer): 0 yes, 1 no, 10.. throws.
 YES, NO, THROW_BASE, THROW_GENERIC, THROW_STD, THROW_INT, THROW_STRING, THROW_OWN = 0, 1, 10, 11, 12, 13, 14, 15
@@ -49,9 +51,9 @@ def block(data):
 
 
 def double(value):
-    special = {"nan": 1, "inf": 2, "-inf": 3, "-0": 4, "max": 5, "-max": 6, "denorm": 7}
-    if value in special:
-        return u8(special[value])
+    odd = {"nan": 1, "inf": 2, "-inf": 3, "-0": 4, "max": 5, "-max": 6, "denorm": 7}
+    if value in odd:
+        return u8(odd[value])
     if value < 0 or value * 2 != int(value * 2) or value > 123:
         return u8(8) + struct.pack("<d", value)  # the raw bits
     return u8(9 + int(value * 2))
@@ -129,18 +131,18 @@ def write_need_data(size, pick=0, which=0, status=0):
 MEDIA_ARGS = {
     "init": text("http://tv/a.mp4") + u8(1) + streaming_source(0) + flag(False),
     "attach": flag(False) + streaming_source(1), "remove": u32(1), "setSource": text("u"),
-    "queue": text(None), "loop": text("true"), "windowId": u32(7), "videoWindow": u32(1) * 4 + flag(True),
-    "clipRect": u32(2) * 4 + flag(False), "frame": u8(8), "buffered": flag(True), "seekable": flag(False),
+    "queue": text(None), "loop": text("true"), "windowId": u32(7), "videoWindow": u32(1) * 4,
+    "clipRect": u32(2) * 4, "frame": u8(8),
     "canPlayUrl": text("u"), "canPlayType": text("video/mp4") + text("") + u8(0) + flag(True), "pause": flag(True),
     "rate": double(2), "volume": double(0.5), "contentSize": u32(640) + u32(480), "setPosition": double(3),
     "visibility": flag(True) + flag(False), "sizeFromDuration": double(1), "fullScreen": flag(True),
     "listener": text(None), "buffering": u8(1), "keySystem": text("org.w3.clearkey"),
-    "select": flag(True) + u8(0xFE), "unselect": flag(False) + u8(0xFF),
+    "select": flag(True) + u8(0xFE),
 }
 BROADCAST_ARGS = {
-    "windowId": u8(1), "init": text(None), "videoWindow": u32(3) * 4 + flag(True), "fullScreen": flag(False),
+    "windowId": u8(1), "init": text(None), "videoWindow": u32(3) * 4, "clipRect": u32(4) * 4, "fullScreen": flag(False),
     "visibility": flag(True) + flag(True), "volume": double("nan"), "select": flag(False) + u8(0xFE),
-    "listener": text("l"), "setChannel": u8(1) + u8(15) + text("ca"), "offset": flag(True), "maxOffset": flag(False),
+    "listener": text("l"), "setChannel": u8(1) + flag(True) * 2 + text("ca") + flag(True) * 2,
     "speeds": u8(3), "record": double("inf"), "setSpeed": double("-inf"), "setPosition": double("max") + u8(3),
 }
 
@@ -156,9 +158,9 @@ def corpus():
         request(0) + init("http://tv/stream.ts", [url_source("http://tv/stream.ts")], True) + media("play") +
         media("volume", double("nan")) + media("rate", double("inf")) + media("setPosition", double("-0")) +
         media("duration") + media("getPosition") + media("nativeSize") + media("frame", u8(16)) +
-        media("buffered", flag(True)) + media("seekable", flag(False)) + media("mimetypes") +
+        media("buffered") + media("seekable") + media("mimetypes") +
         media("canPlayType", text("video/mp4"), text(None), u8(2), text("avc1"), text("mp4a"), flag(False)) +
-        media("canPlayUrl", text(None)) + media("videoWindow", u32(0), u32(0), u32(1280), u32(720), flag(True)) +
+        media("canPlayUrl", text(None)) + media("videoWindow", u32(0), u32(0), u32(1280), u32(720)) +
         event(0, 6, double(12.5)) + event(0, 7, u32(1920) + u32(1080) + double(1.5)) + event(0, 5) +
         media("stop") + release(0),
         answers=u8(YES) + u8(1) + u8(YES) * 12 + u8(3) + u32(0) + u32(90) + u32(0) + u32(1000),
@@ -180,16 +182,16 @@ def corpus():
     files["media-components"] = session(
         request(0) + component_event(0, 0, 0, new_component=True) + component_event(0, 0, 0) +
         u8(COMPONENT_STATE) + u8(0) + flag(True) + media("select", flag(True), u8(0)) +
-        media("unselect", flag(False), u8(0)) + media("select", flag(True), u8(0xFE)) +
+        media("select", flag(False), u8(0)) + media("select", flag(True), u8(0xFE)) +
         media("select", flag(True), u8(0xFF)) + component_event(0, 0, 2) + component_event(0, 0, 1) +
         component_event(0, 0, 1) + u8(DROP_COMPONENT) + u8(0) + release(0, twice=True))
 
     files["broadcast"] = session(
         request(2) + broadcast("windowId", u8(1)) + u8(HANDLE_LOOKUP) + u8(1) + u8(HANDLE_LOOKUP) + u8(2) +
         broadcast("init", text("dvb://1.2.3")) +
-        broadcast("setChannel", u8(2), u8(5), text(None)) + broadcast("currentChannel") +
+        broadcast("setChannel", u8(2), flag(True), flag(False), text(None), flag(True), flag(False)) + broadcast("currentChannel") +
         broadcast("speeds", u8(4)) + broadcast("speeds", u8(0)) + broadcast("record", double(30)) +
-        broadcast("setPosition", double(-1), u8(2)) + broadcast("offset", flag(True)) + broadcast("getSpeed") +
+        broadcast("setPosition", double(-1), u8(2)) + broadcast("offset") + broadcast("getSpeed") +
         event(0, 14, u32(2) + u32(0)) + event(0, 15, u8(3) + u32(1)) + event(0, 16, u8(3)) +
         event(0, 18, u32(4) + text("rec-1")) + event(0, 19, u32(2) + text(None)) + event(0, 25, text("deu")) +
         event(0, 12, text("content") + text(None) + u32(18)) + component_event(0, 0, 0, new_component=True) +
@@ -216,7 +218,10 @@ def corpus():
 
     # Every call of a media stack that fails, in every way it can.
     failing = bytes([10, 0, 0, 10, 1, 0, 10, 2, 0, 10, 3, 0, 10, 5, 0, 11, 0, 12, 0, 13, 14, 15, 1] * 6)
-    every_media_call = b"".join(media(op, MEDIA_ARGS.get(op, b"")) for op in MEDIA_OPS)
+    # A source first, so that the calls after it meet an initialised back-end.
+    every_media_call = b"".join(media(op, MEDIA_ARGS.get(op, b""))
+                                for op in sorted(MEDIA_OPS, key=lambda op: op not in ("init", "attach")))
+    every_media_call += media("select", flag(False), u8(0xFF))  # and an unselection, of no component
     files["media-stack-throws"] = session(request(0) + every_media_call, answers=u8(YES) * 4 + failing)
     files["media-stack-answers"] = session(request(0) + every_media_call, log=1)
     every_broadcast_call = b"".join(broadcast(op, BROADCAST_ARGS.get(op, b"")) for op in BROADCAST_OPS)
@@ -227,10 +232,10 @@ def corpus():
         request(0) + request(2) + media("attach", flag(True)) + init(None, [], null_list=True) + init("u", []) +
         init("u", [streaming_source(-1)]) + init("u", [streaming_source(0), streaming_source(1), url_source(None)]) +
         media("canPlayType", text(None), text(None), u8(0), flag(True)) + media("select", flag(True), u8(0xFF)) +
-        media("unselect", flag(False), u8(0xFE)) + media("setSource", text(None)) + media("keySystem", text(None)) +
+        media("select", flag(False), u8(0xFE)) + media("setSource", text(None)) + media("keySystem", text(None)) +
         broadcast("setPosition", double("nan"), u8(0)) + broadcast("setPosition", double(-2), u8(1)) +
         broadcast("setPosition", double("-inf"), u8(2)) + broadcast("select", flag(True), u8(0xFF)) +
-        broadcast("speeds", u8(1)) + broadcast("setChannel", u8(0), u8(0), text(None)) + release(1) + release(0),
+        broadcast("speeds", u8(1)) + broadcast("setChannel", u8(0), flag(False), flag(False), text(None), flag(False), flag(False)) + release(1) + release(0),
         answers=u8(YES) * 60 + u8(15) + u8(YES) * 20)
 
     # Null events and a component event without its component: the library logs and ignores them.
@@ -265,7 +270,7 @@ def corpus():
     files["unterminated-and-huge"] = session(
         request(0) + media("setSource", text("x" * 200)) + media("canPlayType", text(""), text(""), u8(3), text("") * 3, flag(False)) +
         event(0, 2, u32(1) + u8(0xFF) + u32(0xFFFFFFFF)) + write_mse([]) + media("frame", u8(0)) +
-        media("contentSize", u32(0xFFFFFFFF), u32(0xFFFFFFFF)) + media("videoWindow", u32(0x7FFFFFFF), u32(0x80000000), u32(0xFFFF), u32(70000), flag(False)),
+        media("contentSize", u32(0xFFFFFFFF), u32(0xFFFFFFFF)) + media("clipRect", u32(0x7FFFFFFF), u32(0x80000000), u32(0xFFFF), u32(70000)),
         log=3)
     return files
 
