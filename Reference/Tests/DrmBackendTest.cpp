@@ -102,25 +102,22 @@ INSTANTIATE_TEST_SUITE_P(
                       KeyCase{"NoSessionForTheInitData", kKeyId, kKey, "", "another-key-id-2", false, {}}),
     [](const auto& info) { return std::string(info.param.name); });
 
+// The reference's own message type is answered; an empty message or another type is not understood.
 TEST_F(DrmBackendTest, SendDrmMessage_Result) {
-    const struct {
-        const char* type;
-        const char* message;
-        double resultCode;
-        const char* result;
-    } rows[] = {{ReferenceDrmBackend::kDrmMessageType, "hello", 0, "ack hello"},
-                {ReferenceDrmBackend::kDrmMessageType, "", 2, nullptr},
-                {"application/other", "hello", 3, nullptr}};
-    for (const auto& row : rows) {
-        std::string sessionId;
-        ASSERT_TRUE(drm->SendDrmMessage(row.type, row.message, sessionId));
-        drm->Step();
-        const auto answer = events.Of<Velmora::UvaResultMessageDrmEvent>().back();
-        EXPECT_EQ(answer->sessionId, sessionId);
-        EXPECT_EQ(answer->resultCode, row.resultCode);
-        EXPECT_STREQ(answer->resultMessage, row.result);
+    std::string sessionIds[3];
+    ASSERT_TRUE(drm->SendDrmMessage(ReferenceDrmBackend::kDrmMessageType, "hello", sessionIds[0]));
+    ASSERT_TRUE(drm->SendDrmMessage(ReferenceDrmBackend::kDrmMessageType, "", sessionIds[1]));
+    ASSERT_TRUE(drm->SendDrmMessage("application/other", "hello", sessionIds[2]));
+    drm->Step();
+    const auto answers = events.Of<Velmora::UvaResultMessageDrmEvent>();
+    ASSERT_EQ(answers.size(), 3u);
+    const double codes[] = {0, 2, 3};
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(answers[i]->sessionId, sessionIds[i]);
+        EXPECT_EQ(answers[i]->resultCode, codes[i]);
+        EXPECT_STREQ(answers[i]->resultMessage, i == 0 ? "ack hello" : nullptr);
     }
-    EXPECT_STREQ(events.Of<Velmora::UvaResultMessageDrmEvent>().at(0)->sessionId, "message-1");
+    EXPECT_EQ(sessionIds[0], "message-1");
 }
 
 }  // namespace

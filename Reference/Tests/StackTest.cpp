@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
-#include <stdexcept>
 #include <thread>
 
 #include "Recorders.h"
