@@ -133,8 +133,19 @@ protected:
     // The back-end goes first: its destructor joins the bus thread, which may be inside a recorder's slot.
     ~GstStackTest() override { backend.reset(); }
 
+    // Plays one Media Source stream whose every request is answered with one more sample of garbage.
+    void PlayGarbage(const char* mimeType) {
+        recorder.answer = [this](const NeedMseDataEvent& request) {
+            const double at = 40.0 * written++;
+            backend->WriteMseData(Samples(request.sourceId, {{at, true}}, 512), UVABackend::WRITE_DATA_OK);
+        };
+        backend->InitBackend("blob:x", {Source{0, 1, false, 0, mimeType}}, false);
+        backend->Play();
+    }
+
     std::unique_ptr<GstMediaBackend> backend = std::make_unique<GstMediaBackend>(StackOptions());
     Recorder recorder{*backend};
+    std::atomic<int> written{0};
 };
 
 // A stream that cannot play is reported by the operation that finds out, or by DecodeError later.
@@ -199,15 +210,15 @@ TEST_F(GstStackTest, SetPosition_MediaSourceSeek) {
     EXPECT_THROW(backend->WriteMseData(Samples(3, {{400.0, true}}), UVABackend::WRITE_DATA_OK), ExceptionBase);
 }
 
-TEST_F(GstStackTest, WriteMseData_GarbageSamples) {
-    std::atomic<int> written{0};
-    recorder.answer = [&](const NeedMseDataEvent& request) {
-        const double at = 40.0 * written++;
-        backend->WriteMseData(Samples(request.sourceId, {{at, true}}, 512), UVABackend::WRITE_DATA_OK);
-    };
-    backend->InitBackend("blob:x", {Source{0, 1, false, 0, "video/webm; codecs=\"vp8\""}}, false);
-    backend->Play();
+// Garbage after a key frame header: the video decoder gives up; the audio branch plays on and asks again.
+TEST_F(GstStackTest, WriteMseData_GarbageVideo) {
+    PlayGarbage("video/webm; codecs=\"vp8\"");
     EXPECT_TRUE(recorder.WaitFor(BackendEvent::DecodeError));
+}
+
+TEST_F(GstStackTest, WriteMseData_AnsweredRequestAskedAgain) {
+    PlayGarbage("audio/webm; codecs=\"opus\"");
+    EXPECT_TRUE(recorder.WaitFor(BackendEvent::NeedMseData, 3));
 }
 
 // A browser that only counts what arrives; events may come on the engine's bus thread at any moment.
