@@ -117,28 +117,12 @@ void ReferenceMediaBackend::Load() {
 
 void ReferenceMediaBackend::PlayOnePeriod() {
     const double wanted = std::min(positionMs + periodMs * rate, EndMs());
-    double reachable = selfStreaming ? std::min(wanted, downloadedMs) : wanted;
-    bool anyStream = selfStreaming;
-    waitingForKey = false;
-    for (auto& [id, source] : sources) {
-        // Subtitles are sparse: a text stream never holds the others up.
-        if (source.type == UVABackend::SourceDescription::SOURCE_TEXT) {
-            continue;
-        }
-        anyStream = true;
-        reachable = std::min(reachable, source.ended ? kForever : source.bufferedEndMs);
-        for (const auto& sample : source.samples) {
-            if (sample.timestamp >= reachable) {
-                break;
-            }
-            if (KeyFor(sample) == Key::Waiting) {
-                reachable = std::max(sample.timestamp, positionMs);
-                waitingForKey = true;
-                break;
-            }
-        }
-    }
-    if (!anyStream) {
+    const auto reach =
+        sources.Reachable(positionMs, selfStreaming ? std::min(wanted, downloadedMs) : wanted,
+                          [this](const DecoderBuffer& sample) { return KeyFor(sample) == Key::Waiting; });
+    double reachable = reach.toMs;
+    waitingForKey = reach.held;
+    if (!selfStreaming && !reach.anyStream) {
         reachable = positionMs;  // nothing attached to play from
     }
     const bool stuck = reachable <= positionMs && wanted > positionMs;
@@ -165,28 +149,26 @@ void ReferenceMediaBackend::PlayOnePeriod() {
 
 // A sample is played once the position has passed its start.
 void ReferenceMediaBackend::Consume() {
-    for (auto& [id, source] : sources) {
-        while (!source.samples.empty() && source.samples.front().timestamp < positionMs) {
-            const Key key = KeyFor(source.samples.front());
-            if (key == Key::Waiting) {
-                break;
-            }
-            if (key == Key::Usable) {
-                ++counters.samplesDecrypted;
-            }
-            if (key == Key::Impossible) {
-                ++counters.samplesUndecryptable;
-                if (!rightsErrorRaised) {
-                    rightsErrorRaised = true;
-                    // Error state 0: there is no license for the content.
-                    outbox.Post(new DRMRightsErrorEvent(0, url.c_str(), ReferenceDrmBackend::kClearKey,
-                                                        ReferenceDrmBackend::kLicenseUrl));
-                }
-            }
-            ++counters.samplesPlayed;
-            source.samples.pop_front();
+    sources.Play(positionMs, [this](const DecoderBuffer& sample) {
+        const Key key = KeyFor(sample);
+        if (key == Key::Waiting) {
+            return false;
         }
-    }
+        if (key == Key::Usable) {
+            ++counters.samplesDecrypted;
+        }
+        if (key == Key::Impossible) {
+            ++counters.samplesUndecryptable;
+            if (!rightsErrorRaised) {
+                rightsErrorRaised = true;
+                // Error state 0: there is no license for the content.
+                outbox.Post(new DRMRightsErrorEvent(0, url.c_str(), ReferenceDrmBackend::kClearKey,
+                                                    ReferenceDrmBackend::kLicenseUrl));
+            }
+        }
+        ++counters.samplesPlayed;
+        return true;
+    });
 }
 
 void ReferenceMediaBackend::Fetch() {
@@ -209,22 +191,16 @@ void ReferenceMediaBackend::Fetch() {
         }
         return;
     }
-    // Ask again only once the previous request has been answered: the requests follow the writes.
-    for (auto& [id, source] : sources) {
-        if (source.ended || source.requestOpen || source.bufferedEndMs - positionMs >= AheadMs()) {
-            continue;
-        }
-        source.requestOpen = true;
+    sources.OpenRequests(positionMs, AheadMs(), [this](std::int32_t id, const MediaSourceQueue::Source& source) {
         ++counters.dataRequests;
         if (source.byteStream) {
-            source.requestId = ++requestSerial;
             // The browser answers with the same four values: source, request, offset, size.
             outbox.Post(new NeedDataEvent(id, source.requestId, static_cast<std::int32_t>(source.bytesReceived),
                                           profile.bytesPerRequest));
         } else {
             outbox.Post(new NeedMseDataEvent(id, profile.samplesPerRequest));
         }
-    }
+    });
 }
 
 void ReferenceMediaBackend::AnnounceKeyIds() {
@@ -261,24 +237,15 @@ void ReferenceMediaBackend::SeekTo(double targetMs) {
     download = Download::Starting;
     downloadStartMs = targetMs;
     downloadedMs = targetMs;
-    for (auto& [id, source] : sources) {
-        if (source.requestOpen) {
-            // A Media Source request has no id of its own: the source's id names it.
-            outbox.Post(new CancelDataRequestsEvent(targetMs / 1000.0, source.byteStream ? source.requestId : id));
-            source.requestOpen = false;
-        }
-        source.samples.clear();
-        source.ended = false;
-        source.bufferedStartMs = targetMs;
-        source.bufferedEndMs = targetMs;
-        source.bytesReceived = static_cast<std::uint64_t>(targetMs * profile.bytesPerSecond / 1000.0);
-    }
+    sources.Rewind(targetMs, profile.bytesPerSecond, [this, targetMs](std::int32_t requestId) {
+        outbox.Post(new CancelDataRequestsEvent(targetMs / 1000.0, requestId));
+    });
 }
 
 void ReferenceMediaBackend::Unload() {
     ++generation;
     components.RemoveAll(outbox);
-    sources.clear();
+    sources.Clear();
     phase = Phase::Idle;
     selfStreaming = false;
     playing = false;
@@ -291,20 +258,7 @@ void ReferenceMediaBackend::Unload() {
     waitingForKey = false;
 }
 
-void ReferenceMediaBackend::AddSource(const SourceDescriptionOperaStreaming& description) {
-    if (sources.count(description.sourceId) != 0) {
-        throw ExceptionBase(ExceptionBase::InvalidState,
-                            "source " + std::to_string(description.sourceId) + " is attached already");
-    }
-    Source& source = sources[description.sourceId];
-    source.type = description.type;
-    source.encrypted = description.encrypted;
-    source.byteStream = type == UVABackend::TYPE_MEDIA;
-    source.bufferedStartMs = positionMs;
-    source.bufferedEndMs = positionMs;
-}
-
-void ReferenceMediaBackend::Accept(Source& source, const DecoderBuffer& sample) {
+void ReferenceMediaBackend::Receive(MediaSourceQueue::Source& source, const DecoderBuffer& sample) {
     if (const char* problem = ProblemWith(sample)) {
         ++counters.samplesInvalid;
         counters.lastProblem = problem;
@@ -315,21 +269,13 @@ void ReferenceMediaBackend::Accept(Source& source, const DecoderBuffer& sample) 
     if (sample.keyIdSize != 0) {
         keyIdsSeen.insert(KeyIdOf(sample));
     }
-    const double endMs = sample.timestamp + sample.duration;
-    if (endMs <= positionMs) {
+    if (!sources.Accept(source, sample, positionMs)) {
         ++counters.samplesLate;
-        return;
     }
-    // Keeping the buffer shares its bytes; nothing is copied.
-    source.samples.push_back(sample);
-    source.bufferedEndMs = std::max(source.bufferedEndMs, endMs);
 }
 
-void ReferenceMediaBackend::Conclude(Source& source, UVABackend::WriteDataStatus status) {
-    source.requestOpen = false;
-    if (status == UVABackend::WRITE_DATA_END_OF_STREAM) {
-        source.ended = true;
-    } else if (status == UVABackend::WRITE_DATA_ERROR) {
+void ReferenceMediaBackend::Conclude(MediaSourceQueue::Source& source, UVABackend::WriteDataStatus status) {
+    if (!sources.Conclude(source, status)) {
         counters.lastProblem = "the browser could not fetch data";
         outbox.Post(new BackendEvent(BackendEvent::BufferingNetworkError));
     }
@@ -345,7 +291,7 @@ bool ReferenceMediaBackend::Encrypted() const {
     if (selfStreaming ? profile.encrypted : !keyIdsSeen.empty()) {
         return true;
     }
-    return std::any_of(sources.begin(), sources.end(), [](const auto& entry) { return entry.second.encrypted; });
+    return sources.AnyEncrypted();
 }
 
 ReferenceMediaBackend::Key ReferenceMediaBackend::KeyFor(const DecoderBuffer& sample) const {
@@ -367,31 +313,11 @@ ReferenceMediaBackend::Key ReferenceMediaBackend::KeyFor(const DecoderBuffer& sa
 
 // The end of the content, or earlier if every stream has ended before it.
 double ReferenceMediaBackend::EndMs() const {
-    double endMs = profile.durationSeconds * 1000.0;
-    if (selfStreaming) {
-        return endMs;
-    }
-    double lastMs = 0.0;
-    bool anyStream = false;
-    for (const auto& [id, source] : sources) {
-        if (source.type == UVABackend::SourceDescription::SOURCE_TEXT) {
-            continue;
-        }
-        if (!source.ended) {
-            return endMs;
-        }
-        anyStream = true;
-        lastMs = std::max(lastMs, source.bufferedEndMs);
-    }
-    return anyStream ? std::min(endMs, lastMs) : endMs;
+    const double endMs = profile.durationSeconds * 1000.0;
+    return selfStreaming ? endMs : sources.EndMs(endMs);
 }
 
 double ReferenceMediaBackend::AheadMs() const { return aggressive ? profile.aggressiveAheadMs : profile.aheadMs; }
-
-ReferenceMediaBackend::Source* ReferenceMediaBackend::FindSource(std::int32_t id) {
-    const auto found = sources.find(id);
-    return found == sources.end() ? nullptr : &found->second;
-}
 
 // ---- The media stack's operations -----------------------------------------------------------------
 
@@ -431,7 +357,7 @@ void ReferenceMediaBackend::InitBackend(std::string initUrl, const std::vector<S
     Unload();
     url = initUrl;
     for (const auto& description : list) {
-        AddSource(description);
+        sources.Add(description, type == UVABackend::TYPE_MEDIA, positionMs);
     }
     phase = Phase::Loading;
 }
@@ -442,13 +368,13 @@ void ReferenceMediaBackend::AttachSource(const SourceDescriptionOperaStreaming& 
     if (phase == Phase::Idle || selfStreaming) {
         throw ExceptionBase(ExceptionBase::InvalidState, "AttachSource needs a back-end initialised with sources");
     }
-    AddSource(source);
+    sources.Add(source, type == UVABackend::TYPE_MEDIA, positionMs);
 }
 
 void ReferenceMediaBackend::RemoveSource(std::uint32_t sourceId) {
     faults->Check(__func__);
     const std::lock_guard<std::mutex> lock(mutex);
-    if (sources.erase(static_cast<std::int32_t>(sourceId)) == 0) {
+    if (!sources.Remove(static_cast<std::int32_t>(sourceId))) {
         throw ExceptionBase(ExceptionBase::GenericError, "no source " + std::to_string(sourceId));
     }
 }
@@ -503,15 +429,9 @@ bool ReferenceMediaBackend::GetBufferedTimeRanges(std::vector<ByteRange>& /*byte
     if (phase != Phase::Loaded) {
         return false;
     }
-    // What every stream has: from the latest start to the earliest end.
     double startMs = selfStreaming ? downloadStartMs : 0.0;
     double endMs = selfStreaming ? downloadedMs : kForever;
-    for (const auto& [id, source] : sources) {
-        if (source.type != UVABackend::SourceDescription::SOURCE_TEXT) {
-            startMs = std::max(startMs, source.bufferedStartMs);
-            endMs = std::min(endMs, source.bufferedEndMs);
-        }
-    }
+    sources.NarrowToBuffered(startMs, endMs);
     if (endMs > startMs && endMs < kForever) {
         timeRanges.push_back({static_cast<std::uint32_t>(startMs), static_cast<std::uint32_t>(endMs)});
     }
@@ -613,15 +533,14 @@ void ReferenceMediaBackend::WriteData(boost::shared_ptr<BackendEvent> event, uns
     if (answer == nullptr) {
         Refuse("WriteData without a NeedDataEvent");
     }
-    Source* source = FindSource(answer->first);
+    MediaSourceQueue::Source* source = sources.Find(answer->first);
     if (source == nullptr || !source->byteStream || !source->requestOpen || source->requestId != answer->second) {
         Refuse("an answer to no open data request");
     }
     if (answer->fourth < 0 || size > static_cast<unsigned int>(answer->fourth)) {
         Refuse("more bytes than were asked for");
     }
-    source->bytesReceived += size;
-    source->bufferedEndMs += size * 1000.0 / profile.bytesPerSecond;
+    sources.AddBytes(*source, size, profile.bytesPerSecond);
     counters.bytesWritten += size;
     Conclude(*source, status);
 }
@@ -633,7 +552,7 @@ void ReferenceMediaBackend::WriteMseData(boost::shared_ptr<BackendEvent> event, 
     if (answer == nullptr) {
         Refuse("WriteMseData without a WriteMseDataEvent");
     }
-    Source* source = FindSource(answer->sourceId);
+    MediaSourceQueue::Source* source = sources.Find(answer->sourceId);
     if (source == nullptr || source->byteStream) {
         Refuse("samples for no Media Source stream of this back-end");
     }
@@ -642,7 +561,7 @@ void ReferenceMediaBackend::WriteMseData(boost::shared_ptr<BackendEvent> event, 
         Refuse("more samples than the answer counts");
     }
     for (const DecoderBuffer& sample : *answer->buffers) {
-        Accept(*source, sample);
+        Receive(*source, sample);
     }
     Conclude(*source, status);
 }
@@ -708,15 +627,7 @@ void ReferenceMediaBackend::SetBufferingStrategy(bool aggressiveBuffering) {
 void ReferenceMediaBackend::GetBytesInBuffer(unsigned int& bytes) {
     faults->Check(__func__);
     const std::lock_guard<std::mutex> lock(mutex);
-    std::uint64_t total = 0;
-    for (const auto& [id, source] : sources) {
-        for (const auto& sample : source.samples) {
-            total += sample.dataSize;
-        }
-        if (source.byteStream && source.bufferedEndMs > positionMs) {
-            total += static_cast<std::uint64_t>((source.bufferedEndMs - positionMs) * profile.bytesPerSecond / 1000.0);
-        }
-    }
+    const std::uint64_t total = sources.BytesAhead(positionMs, profile.bytesPerSecond);
     bytes = static_cast<unsigned int>(std::min<std::uint64_t>(total, std::numeric_limits<unsigned int>::max()));
 }
 

@@ -19,8 +19,6 @@
 #include <boost/signals2/signal.hpp>
 #include <boost/weak_ptr.hpp>
 #include <cstdint>
-#include <deque>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -29,6 +27,7 @@
 
 #include "ComponentSet.h"
 #include "FaultInjector.h"
+#include "MediaSourceQueue.h"
 #include "Outbox.h"
 #include "StackOptions.h"
 #include "StepThread.h"
@@ -129,19 +128,6 @@ private:
     enum class Drm { NotNeeded, Asked, Present, Missing };
     enum class Key { Clear, Usable, Waiting, Impossible };
 
-    struct Source {
-        std::int32_t type = 0;
-        bool encrypted = false;
-        bool byteStream = false;  // NeedData bytes rather than Media Source samples
-        bool ended = false;
-        bool requestOpen = false;
-        std::int32_t requestId = 0;
-        std::uint64_t bytesReceived = 0;
-        double bufferedStartMs = 0.0;
-        double bufferedEndMs = 0.0;
-        std::deque<DecoderBuffer> samples;  // written, not played yet
-    };
-
     // All of these run with `mutex` held.
     void Advance();
     void Load();
@@ -151,15 +137,13 @@ private:
     void AnnounceKeyIds();
     void SeekTo(double targetMs);
     void Unload();
-    void AddSource(const SourceDescriptionOperaStreaming& description);
-    void Accept(Source& source, const DecoderBuffer& sample);
-    void Conclude(Source& source, UVABackend::WriteDataStatus status);
+    void Receive(MediaSourceQueue::Source& source, const DecoderBuffer& sample);
+    void Conclude(MediaSourceQueue::Source& source, UVABackend::WriteDataStatus status);
     [[noreturn]] void Refuse(const char* problem);
     bool Encrypted() const;
     Key KeyFor(const DecoderBuffer& sample) const;
     double EndMs() const;
     double AheadMs() const;
-    Source* FindSource(std::int32_t id);
 
     // Runs from the outbox, without the lock: the browser answers the request synchronously.
     void RequestDrm(const std::string& keySystem, std::uint32_t forLoad);
@@ -175,7 +159,7 @@ private:
     std::string url;
     std::string keySystem;
     bool selfStreaming = false;
-    std::map<std::int32_t, Source> sources;
+    MediaSourceQueue sources;
     double positionMs = 0.0;
     double rate = 1.0;
     bool playing = false;
@@ -187,7 +171,6 @@ private:
     Download download = Download::Starting;
     double downloadStartMs = 0.0;
     double downloadedMs = 0.0;
-    std::int32_t requestSerial = 0;
     Drm drmState = Drm::NotNeeded;
     boost::weak_ptr<ReferenceDrmBackend> drm;
     std::set<std::string> keyIdsSeen;

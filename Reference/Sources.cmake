@@ -3,6 +3,7 @@
 set(velmora_reference_sources
     ComponentSet.cpp
     FaultInjector.cpp
+    MediaSourceQueue.cpp
     ReferenceBroadcastBackend.cpp
     ReferenceComponent.cpp
     ReferenceDrmBackend.cpp

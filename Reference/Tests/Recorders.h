@@ -1,5 +1,5 @@
 #pragma once
-// What the reference stack's tests share: recorders that stand where the library's slots would, and
+// What the reference stack's tests share: a recorder that stands where the library's slots would, and
 // builders for the data the browser sends.
 
 #include <gmock/gmock.h>
@@ -9,7 +9,7 @@
 #include <boost/shared_ptr.hpp>
 #include <boost/signals2/connection.hpp>
 #include <cstring>
-#include <mutex>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -28,33 +28,18 @@ using Velmora::DrmBackendEvent;
 using Velmora::ExceptionBase;
 using Velmora::Reference::FaultInjector;
 
-// Keeps every event raised on a back-end's signal.
+// Keeps every event raised on a back-end's signal. The back-ends step on the test's thread.
 template <typename Event>
 class Recorder {
 public:
     explicit Recorder(Velmora::IBackend& backend) : connection(backend.ConnectEvent(Slot())) {}
     explicit Recorder(Velmora::IDrmBackend& backend) : connection(backend.ConnectDrmEvent(Slot())) {}
-    // The back-end's thread must be done with the slot by now; the lock makes what it wrote visible here.
-    ~Recorder() {
-        connection.disconnect();
-        const std::lock_guard<std::mutex> lock(mutex);
-    }
-
-    std::vector<typename Event::EventType> Types() const {
-        const std::lock_guard<std::mutex> lock(mutex);
-        std::vector<typename Event::EventType> types;
-        for (const auto& event : events) {
-            types.push_back(event->type);
-        }
-        return types;
-    }
 
     // The recorded events of class `Kind`, in order.
-    template <typename Kind>
+    template <typename Kind = Event>
     std::vector<boost::shared_ptr<Kind>> Of() const {
-        const std::lock_guard<std::mutex> lock(mutex);
         std::vector<boost::shared_ptr<Kind>> found;
-        for (const auto& event : events) {
+        for (const auto& event : raised) {
             if (const auto cast = boost::dynamic_pointer_cast<Kind>(event)) {
                 found.push_back(cast);
             }
@@ -62,39 +47,26 @@ public:
         return found;
     }
 
-    void Clear() {
-        const std::lock_guard<std::mutex> lock(mutex);
-        events.clear();
+    std::vector<typename Event::EventType> Types() const {
+        std::vector<typename Event::EventType> types;
+        for (const auto& event : raised) {
+            types.push_back(event->type);
+        }
+        return types;
     }
 
-    // Runs on the raising thread, under the recorder's lock.
-    std::function<void(const boost::shared_ptr<Event>&)> onEvent;
+    std::vector<boost::shared_ptr<Event>> raised;
 
 private:
     std::function<void(boost::shared_ptr<Event>)> Slot() {
-        return [this](boost::shared_ptr<Event> event) {
-            const std::lock_guard<std::mutex> lock(mutex);
-            events.push_back(event);
-            if (onEvent) {
-                onEvent(event);
-            }
-        };
+        return [this](boost::shared_ptr<Event> event) { raised.push_back(event); };
     }
 
-    mutable std::mutex mutex;
-    std::vector<boost::shared_ptr<Event>> events;
     boost::signals2::scoped_connection connection;
 };
 
 using EventRecorder = Recorder<Velmora::BackendEvent>;
 using DrmRecorder = Recorder<Velmora::DrmBackendEvent>;
-
-template <typename Backend>
-void Steps(Backend& backend, int count) {
-    for (int i = 0; i < count; ++i) {
-        backend.Step();
-    }
-}
 
 // Deterministic: nothing moves until the test steps, each step one tenth of a second.
 inline Velmora::Reference::StackOptions ManualOptions() {
@@ -121,31 +93,24 @@ inline void Put(boost::shared_ptr<unsigned char>& buffer, std::uint32_t& size, c
     size = static_cast<std::uint32_t>(text.size());
 }
 
-inline std::string Text(const boost::shared_ptr<unsigned char>& bytes, std::uint32_t size) {
-    return bytes ? std::string(reinterpret_cast<const char*>(bytes.get()), size) : std::string();
-}
-
 const std::string kKeyId = "velmora-key-id-1";
 const std::string kKey = "0123456789abcdef";
 
-// A sound clear sample of ten bytes.
-inline Velmora::DecoderBuffer Sample(double timestampMs, std::int32_t durationMs = 500) {
+// A sound sample of ten bytes, encrypted with kKeyId unless `clear`.
+inline Velmora::DecoderBuffer Sample(double timestampMs, bool clear = true) {
     Velmora::DecoderBuffer sample;
     Put(sample.data, sample.dataSize, "sample-abc");
     sample.timestamp = timestampMs;
-    sample.duration = durationMs;
+    sample.duration = 500;
+    if (!clear) {
+        Put(sample.keyId, sample.keyIdSize, kKeyId);
+        Put(sample.iv, sample.ivSize, "iv-of-16-bytes!!");
+    }
     return sample;
 }
 
-inline Velmora::DecoderBuffer EncryptedSample(double timestampMs) {
-    Velmora::DecoderBuffer sample = Sample(timestampMs);
-    Put(sample.keyId, sample.keyIdSize, kKeyId);
-    Put(sample.iv, sample.ivSize, "iv-of-16-bytes!!");
-    return sample;
-}
-
-inline boost::shared_ptr<Velmora::BackendEvent> Answer(std::int32_t sourceId,
-                                                       std::vector<Velmora::DecoderBuffer> samples) {
+inline boost::shared_ptr<Velmora::WriteMseDataEvent> Answer(std::int32_t sourceId,
+                                                            std::vector<Velmora::DecoderBuffer> samples) {
     const auto count = static_cast<std::uint32_t>(samples.size());
     return boost::make_shared<Velmora::WriteMseDataEvent>(
         sourceId, boost::make_shared<std::vector<Velmora::DecoderBuffer>>(std::move(samples)), count);
