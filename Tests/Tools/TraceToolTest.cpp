@@ -126,6 +126,34 @@ TEST_F(TraceToolTest, Trace_Session) {
     EXPECT_GE(mediaStackThreads, 1);
 }
 
+// Traced from the environment, the library writes the session by itself when it stops: at least every
+// call the simulator's own trace holds, which ends before the browser's last releases.
+TEST_F(TraceToolTest, EnvironmentTrace_WrittenAtLibraryStop) {
+    const std::string path = TempPath("environment-trace.json");
+    const std::string command = "VELMORA_TRACE=" + path + " " + VELMORA_SIMULATOR_COMMAND + " --scenario url > " +
+                                TempPath("environment-timeline.txt");
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    const auto calls = [](const std::string& file) {
+        JsonValue trace;
+        std::string error;
+        const JsonValue* events = nullptr;
+        if (!TraceSummary::ParseJson(Read(file), trace, error) || (events = trace.Find("traceEvents")) == nullptr) {
+            ADD_FAILURE() << file << ": " << error;
+            return -1;
+        }
+        int count = 0;
+        for (const JsonValue& event : events->items) {
+            const JsonValue* category = event.Find("cat");
+            count += category != nullptr && category->text == "call" ? 1 : 0;
+        }
+        return count;
+    };
+    EXPECT_GE(calls(path), calls(TracePath("url")));
+    EXPECT_GT(calls(path), 0);
+    std::remove(path.c_str());
+    std::remove(TempPath("environment-timeline.txt").c_str());
+}
+
 TEST_F(TraceToolTest, Summary_Session) {
     std::ostringstream out;
     std::ostringstream err;
