@@ -3,6 +3,7 @@
 // row names all of them and a lost or swapped field shows in the failure. A null text reads "null".
 
 #include <boost/core/demangle.hpp>
+#include <cstdint>
 #include <sstream>
 #include <string>
 #include <typeinfo>
@@ -13,6 +14,11 @@
 namespace VelmoraTest {
 
 inline std::string Text(const char* text) { return text == nullptr ? "null" : text; }
+
+// A byte block as its characters, embedded zeros kept.
+inline std::string Bytes(const unsigned char* bytes, std::uint32_t size) {
+    return size == 0 ? std::string() : std::string(bytes, bytes + size);
+}
 
 inline std::string Describe(UVAEvent* event) {
     std::ostringstream out;
@@ -56,7 +62,7 @@ inline std::string Describe(UVAEvent* event) {
 // Byte blocks as their characters (embedded zeros kept) and their length.
 inline std::string Describe(const UVADRMEvent* event) {
     const auto block = [](const unsigned char* bytes, std::uint32_t size) {
-        return (size == 0 ? std::string() : std::string(bytes, bytes + size)) + '/' + std::to_string(size);
+        return Bytes(bytes, size) + '/' + std::to_string(size);
     };
     std::ostringstream out;
     out << event->kind << ' ' << Text(event->keySystem) << ' ' << Text(event->sessionId) << ' ' << event->flag;

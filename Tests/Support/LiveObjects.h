@@ -4,30 +4,28 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "Support/LogCapture.h"
 #include "Uva/UVALiveObjects.h"
+
+inline void PrintTo(const UvaLiveObjects& live, std::ostream* out) {
+    *out << live.events << " events, " << live.drmEvents << " DRM events, " << live.components << " components, "
+         << live.backends << " back-ends, " << live.drmBackends << " DRM back-ends, " << live.samples << " samples, "
+         << live.sources << " sources";
+}
 
 namespace VelmoraTest {
 
 // The check runs in the destructor, after the derived fixture's own members (clients, wrappers) are gone.
 class LiveObjectsTest : public ::testing::Test {
 protected:
-    LiveObjectsTest() : atStart_(uvaLiveObjects()) {}
-    ~LiveObjectsTest() override {
-        const UvaLiveObjects now = uvaLiveObjects();
-        EXPECT_EQ(now.events, atStart_.events) << "browser events alive";
-        EXPECT_EQ(now.drmEvents, atStart_.drmEvents) << "browser DRM events alive";
-        EXPECT_EQ(now.components, atStart_.components) << "components alive";
-        EXPECT_EQ(now.backends, atStart_.backends) << "back-ends alive";
-        EXPECT_EQ(now.drmBackends, atStart_.drmBackends) << "DRM back-ends alive";
-        EXPECT_EQ(now.samples, atStart_.samples) << "samples alive";
-        EXPECT_EQ(now.sources, atStart_.sources) << "source descriptions alive";
-    }
+    ~LiveObjectsTest() override { EXPECT_EQ(uvaLiveObjects(), atStart_) << "browser-side objects alive"; }
 
     LogCapture log;
 
 private:
-    UvaLiveObjects atStart_;
+    const UvaLiveObjects atStart_ = uvaLiveObjects();
 };
 
 }  // namespace VelmoraTest

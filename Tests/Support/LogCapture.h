@@ -14,15 +14,33 @@ namespace VelmoraTest {
 class LogCapture {
 public:
     // Lets every level through and captures instead of writing to stderr.
-    LogCapture();
-    ~LogCapture();
+    LogCapture() {
+        Tlog::SetDefaultThreshold(0);
+        Tlog::SetSink([this](const Tlog::Record& record) {
+            std::lock_guard<std::mutex> lock(mutex_);
+            records_.push_back(record);
+        });
+    }
+    ~LogCapture() {
+        Tlog::SetSink(nullptr);
+        Tlog::ResetThresholds();
+    }
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    std::vector<Tlog::Record> Records() const;
-    // Only the records of one context (for example "Velmora::M").
-    std::vector<Tlog::Record> Records(const std::string& context) const;
-    void Clear();
+    // Every record, or only those of one context (for example "Velmora::M").
+    std::vector<Tlog::Record> Records(const std::string& context = "") const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        std::vector<Tlog::Record> selected;
+        for (const auto& record : records_) {
+            if (context.empty() || record.context == context) selected.push_back(record);
+        }
+        return selected;
+    }
+    void Clear() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        records_.clear();
+    }
 
 private:
     mutable std::mutex mutex_;

@@ -6,6 +6,9 @@
 #include <gmock/gmock.h>
 
 #include <boost/signals2/signal.hpp>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,14 +22,27 @@ namespace VelmoraTest {
 
 using BackendEventSignal = boost::signals2::signal<void(boost::shared_ptr<Velmora::BackendEvent>)>;
 
+// The default action of a Connect... operation: connect the slot to `signal`.
+template <typename Signal>
+auto ConnectsTo(Signal& signal) {
+    return [&signal](const auto& slot) { return signal.connect(slot); };
+}
+
 class MockMediaBackend : public Velmora::IMediaBackend {
 public:
-    MockMediaBackend();
+    MockMediaBackend() {
+        ON_CALL(*this, ConnectEvent).WillByDefault(ConnectsTo(events));
+        ON_CALL(*this, ConnectDrmBackendRequest).WillByDefault(ConnectsTo(drmRequests));
+    }
 
     // Raises `event` (taking ownership) on the event signal, on the calling thread.
     void Raise(Velmora::BackendEvent* event) { events(boost::shared_ptr<Velmora::BackendEvent>(event)); }
     // Asks for a DRM back-end through the request signal, as the media stack does for encrypted content.
-    Velmora::IDrmBackend* RequestDrmBackend(const std::string& keySystemId);
+    Velmora::IDrmBackend* RequestDrmBackend(const std::string& keySystemId) {
+        Velmora::IDrmBackend* answer = nullptr;
+        drmRequests(keySystemId, answer);
+        return answer;
+    }
 
     BackendEventSignal events;
     boost::signals2::signal<void(std::string, Velmora::IDrmBackend*&)> drmRequests;
@@ -77,7 +93,7 @@ public:
 
 class MockVideoBroadcastBackend : public Velmora::IVideoBroadcastBackend {
 public:
-    MockVideoBroadcastBackend();
+    MockVideoBroadcastBackend() { ON_CALL(*this, ConnectEvent).WillByDefault(ConnectsTo(events)); }
 
     void Raise(Velmora::BackendEvent* event) { events(boost::shared_ptr<Velmora::BackendEvent>(event)); }
 
@@ -118,7 +134,7 @@ public:
 
 class MockDrmBackend : public Velmora::IDrmBackend {
 public:
-    MockDrmBackend();
+    MockDrmBackend() { ON_CALL(*this, ConnectDrmEvent).WillByDefault(ConnectsTo(events)); }
 
     void Raise(Velmora::DrmBackendEvent* event) { events(boost::shared_ptr<Velmora::DrmBackendEvent>(event)); }
 
@@ -142,13 +158,26 @@ public:
 // A component with its own copies of the description texts (null stays null).
 class MockAvComponent : public Velmora::IAvComponent {
 public:
-    explicit MockAvComponent(const char* language = "eng", std::int32_t type = 1);
-    ~MockAvComponent() override;
+    explicit MockAvComponent(const char* language_ = "eng", std::int32_t type_ = 1) {
+        type = type_;
+        SetText(&AvComponentDescription::language, language_);
+        ON_CALL(*this, ConnectStateChanged).WillByDefault(ConnectsTo(state));
+    }
+    ~MockAvComponent() override {
+        for (auto field :
+             {&AvComponentDescription::encoding, &AvComponentDescription::language, &AvComponentDescription::label,
+              &AvComponentDescription::role, &AvComponentDescription::id}) {
+            std::free(this->*field);
+        }
+    }
 
     // Raises the state signal, as the media stack does when the component becomes (in)active.
     void SetActive(bool active) { state(active); }
     // Replaces a text field by a copy of `text`.
-    void SetText(char* Velmora::AvComponentDescription::*field, const char* text);
+    void SetText(char* Velmora::AvComponentDescription::*field, const char* text) {
+        std::free(this->*field);
+        this->*field = text == nullptr ? nullptr : strdup(text);
+    }
 
     boost::signals2::signal<void(bool)> state;
 
@@ -157,11 +186,17 @@ public:
 
 class MockUva : public Velmora::IUva {
 public:
-    MockUva();
-    ~MockUva() override;
+    MockUva() { ON_CALL(*this, ConnectHandleLookup).WillByDefault(ConnectsTo(handleLookups)); }
+    ~MockUva() override {
+        if (onDestroyed) onDestroyed();
+    }
 
     // Raises the handle-lookup signal and returns what the connected slot filled in.
-    boost::shared_ptr<Velmora::IBackend> LookUp(void* videoBroadcastHandle);
+    boost::shared_ptr<Velmora::IBackend> LookUp(void* videoBroadcastHandle) {
+        boost::shared_ptr<Velmora::IBackend> found;
+        handleLookups(videoBroadcastHandle, found);
+        return found;
+    }
 
     boost::signals2::signal<void(void*, boost::shared_ptr<Velmora::IBackend>&)> handleLookups;
     // Set to observe the moment the library deletes the root object.
