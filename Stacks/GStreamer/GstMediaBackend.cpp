@@ -529,6 +529,7 @@ bool GstMediaBackend::SetPosition(double position) {
             return false;
         }
         seekPending = true;
+        heldPosition = position;
         currentRate = rate;
         restart = mediaSource;
         for (auto& [id, source] : sources) {
@@ -549,6 +550,7 @@ bool GstMediaBackend::SetPosition(double position) {
     if (!sought) {
         const std::lock_guard<std::mutex> lock(mutex);
         seekPending = false;
+        heldPosition.reset();
     }
     return sought;
 }
@@ -643,6 +645,13 @@ void GstMediaBackend::SetKeySystem(std::string /*keySystem*/) {
 // ---- Queries --------------------------------------------------------------------------------------
 
 bool GstMediaBackend::GetPosition(double& position) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        if (heldPosition) {
+            position = *heldPosition;
+            return true;
+        }
+    }
     gint64 now = 0;
     if (!gst_element_query_position(Pipeline(), GST_FORMAT_TIME, &now) || now < 0) {
         return false;
@@ -963,14 +972,30 @@ void GstMediaBackend::Dispatch(GstMessage* message) {
         }
         case GST_MESSAGE_ASYNC_DONE: {
             bool seeked = false;
+            GstState pending = GST_STATE_VOID_PENDING;
+            gst_element_get_state(pipeline, nullptr, &pending, 0);
             {
                 const std::lock_guard<std::mutex> lock(mutex);
                 seeked = seekPending;
                 seekPending = false;
+                if (pending == GST_STATE_VOID_PENDING) {
+                    heldPosition.reset();
+                }
             }
             AnnounceDuration();
             if (seeked) {
                 Raise(new BackendEvent(BackendEvent::SeekCompleted));
+            }
+            break;
+        }
+        case GST_MESSAGE_STATE_CHANGED: {
+            GstState pending = GST_STATE_VOID_PENDING;
+            gst_message_parse_state_changed(message, nullptr, nullptr, &pending);
+            const std::lock_guard<std::mutex> lock(mutex);
+            // The pipeline's own change after the seek completed: its sinks run on the new timeline.
+            if (GST_MESSAGE_SRC(message) == GST_OBJECT_CAST(pipeline) && pending == GST_STATE_VOID_PENDING &&
+                !seekPending) {
+                heldPosition.reset();
             }
             break;
         }

@@ -33,6 +33,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -153,6 +154,9 @@ private:
     GstElement* pipeline = nullptr;
     bool mediaSource = false;
     bool seekPending = false;
+    // A seek's target is the position until the pipeline has settled after it: while it goes back to
+    // playing, its sinks can answer a position query with the clock's raw time.
+    std::optional<double> heldPosition;
     bool finished = false;
     double rate = 1.0;
     double volume = 1.0;
