@@ -75,44 +75,28 @@ TEST_P(CallGuardTest, Guarded_BodyThrows) {
     EXPECT_THAT(log.Records(), ElementsAreArray(lines));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    EveryFailureKind, CallGuardTest,
-    ::testing::Values(FailureCase{"returns_normally", [] {}, UVA_STATUS_OK, {}},
-                      FailureCase{"generic_error",
-                                  [] { throw GenericErrorException("boom"); },
-                                  UVA_STATUS_ERROR,
-                                  {{5, "Exception type 1: boom"}}},
-                      FailureCase{"error_type_2",
-                                  [] { throw ExceptionBase(2, "not here"); },
-                                  UVA_STATUS_ERROR_2,
-                                  {{5, "Exception type 2: not here"}}},
-                      FailureCase{"error_type_3",
-                                  [] { throw ExceptionBase(3, "bad state"); },
-                                  UVA_STATUS_ERROR_3,
-                                  {{5, "Exception type 3: bad state"}}},
-                      FailureCase{"error_type_4",
-                                  [] { throw ExceptionBase(4, "later"); },
-                                  UVA_STATUS_ERROR_2,
-                                  {{5, "Exception type 4: later"}}},
-                      FailureCase{"error_type_7",
-                                  [] { throw ExceptionBase(7, "odd"); },
-                                  UVA_STATUS_ERROR,
-                                  {{5, "Exception type 7: odd"}, {5, "Unknown error type caught: 7"}}},
-                      FailureCase{"error_type_negative",
-                                  [] { throw ExceptionBase(-1, "neg"); },
-                                  UVA_STATUS_ERROR,
-                                  {{5, "Exception type -1: neg"}, {5, "Unknown error type caught: -1"}}},
-                      FailureCase{"standard_exception",
-                                  [] { throw std::runtime_error("x"); },
-                                  UVA_STATUS_ERROR,
-                                  {{5, "pausevirtual function from IMediaBackend failed: x"}}},
-                      FailureCase{"out_of_memory",
-                                  [] { throw std::bad_alloc(); },
-                                  UVA_STATUS_ERROR,
-                                  {{5, "pausevirtual function from IMediaBackend failed: std::bad_alloc"}}},
-                      FailureCase{"thrown_int", [] { throw 42; }, UVA_STATUS_ERROR, {{5, "Unknown exception caught"}}},
-                      FailureCase{"accessor_throws", [] { throw TreacherousException(); }, UVA_STATUS_ERROR, {}}),
-    [](const ::testing::TestParamInfo<FailureCase>& info) { return std::string(info.param.name); });
+// clang-format off
+const FailureCase kFailures[] = {
+    {"returns_normally", [] {}, UVA_STATUS_OK, {}},
+    {"generic_error", [] { throw GenericErrorException("boom"); }, UVA_STATUS_ERROR, {{5, "Exception type 1: boom"}}},
+    {"error_type_2", [] { throw ExceptionBase(2, "not here"); }, UVA_STATUS_ERROR_2, {{5, "Exception type 2: not here"}}},
+    {"error_type_3", [] { throw ExceptionBase(3, "bad state"); }, UVA_STATUS_ERROR_3, {{5, "Exception type 3: bad state"}}},
+    {"error_type_4", [] { throw ExceptionBase(4, "later"); }, UVA_STATUS_ERROR_2, {{5, "Exception type 4: later"}}},
+    {"error_type_7", [] { throw ExceptionBase(7, "odd"); }, UVA_STATUS_ERROR,
+     {{5, "Exception type 7: odd"}, {5, "Unknown error type caught: 7"}}},
+    {"error_type_negative", [] { throw ExceptionBase(-1, "neg"); }, UVA_STATUS_ERROR,
+     {{5, "Exception type -1: neg"}, {5, "Unknown error type caught: -1"}}},
+    {"standard_exception", [] { throw std::runtime_error("x"); }, UVA_STATUS_ERROR,
+     {{5, "pausevirtual function from IMediaBackend failed: x"}}},
+    {"out_of_memory", [] { throw std::bad_alloc(); }, UVA_STATUS_ERROR,
+     {{5, "pausevirtual function from IMediaBackend failed: std::bad_alloc"}}},
+    {"thrown_int", [] { throw 42; }, UVA_STATUS_ERROR, {{5, "Unknown exception caught"}}},
+    {"accessor_throws", [] { throw TreacherousException(); }, UVA_STATUS_ERROR, {}},
+};
+// clang-format on
+
+INSTANTIATE_TEST_SUITE_P(EveryFailureKind, CallGuardTest, ::testing::ValuesIn(kFailures),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST(CallGuardPolicyTest, Policy_LevelAndTexts) {
     VelmoraTest::LogCapture log;
