@@ -21,7 +21,7 @@ protected:
     NiceMock<VelmoraTest::MockAvComponent> component{"spa", 2};
 };
 
-TEST_F(AvComponentWrapperTest, CopiesTheDescriptionAndDuplicatesEveryText) {
+TEST_F(AvComponentWrapperTest, Construct_DescriptionCopied) {
     component.componentTag = 3;
     component.aspectRatio = 1.5;
     component.pid = 0x101;
@@ -53,7 +53,7 @@ TEST_F(AvComponentWrapperTest, CopiesTheDescriptionAndDuplicatesEveryText) {
     wrapper->BackendMarkUnused();
 }
 
-TEST_F(AvComponentWrapperTest, LogsTheBannersAndAfterDestructionStateChangesReachNothing) {
+TEST_F(AvComponentWrapperTest, Destroy_StateChangesReachNothing) {
     auto* wrapper = new AvComponentWrapper(&component);
     const std::string address = ::testing::PrintToString(static_cast<const void*>(wrapper));
     wrapper->BackendMarkUnused();

@@ -110,7 +110,7 @@ TEST_P(ComponentTest, Removal_TellsTheBrowserBeforeTheComponentIsMarkedUnused) {
     EXPECT_EQ(shown->state, 0);
 }
 
-TEST_P(ComponentTest, AnnouncedTwice_ChangesAndRemovalsNameTheLowerAddressFirst) {
+TEST_P(ComponentTest, AnnouncedTwice_LowerAddressFirst) {
     const long components = uvaLiveObjects().components;
     Component* const first = Announce(Action::Added);
     Component* const second = Announce(Action::Added);
@@ -127,7 +127,7 @@ TEST_P(ComponentTest, AnnouncedTwice_ChangesAndRemovalsNameTheLowerAddressFirst)
     EXPECT_EQ(uvaLiveObjects().components - components, 2) << "still named by the browser's events";
 }
 
-TEST_P(ComponentTest, UnknownOrMalformed_ReachesNoBrowserAndIsLoggedOrThrownBack) {
+TEST_P(ComponentTest, Raise_UnknownOrMalformed) {
     side->Raise(new Velmora::ComponentChangedEvent(&audio, Action::Removed));
     side->Raise(new Velmora::ComponentChangedEvent(&audio, Action::Changed));
     side->Raise(new Velmora::ComponentChangedEvent(nullptr, Action::Added));
@@ -159,7 +159,7 @@ protected:
     SelectionTest() : ComponentFixture(std::get<0>(GetParam())) {}
 };
 
-TEST_P(SelectionTest, SelectOrUnselect_MapsTheBrowsersComponentBackOrRefuses) {
+TEST_P(SelectionTest, SelectOrUnselect_BrowsersComponent) {
     const Selection& row = std::get<1>(GetParam());
     Component* const target = row.target == Target::Null ? nullptr : Announce(Action::Added);
     audio.SetActive(row.target != Target::Inactive);

@@ -49,12 +49,11 @@ using Velmora::ExceptionBase;
 using VelmoraTest::Describe;
 using VelmoraTest::LogLine;
 using VelmoraTest::Text;
-using M = ::testing::NiceMock<VelmoraTest::MockVideoBroadcastBackend>;
-using W = Velmora::Wrapper::VideoBroadcastBackendWrapper;
+using Mock = ::testing::NiceMock<VelmoraTest::MockVideoBroadcastBackend>;
+using Broadcast = Velmora::Wrapper::VideoBroadcastBackendWrapper;
 using Hook = std::function<void()>;  // runs first inside the media stack's operation; a failing one throws
 using Lines = std::vector<::testing::Matcher<Tlog::Record>>;
 using Component = UVABackend::AVComponent;
-namespace V = Velmora;
 
 const boost::shared_ptr<int> kChannel = boost::make_shared<int>(7);
 const auto kName = [](const auto& info) { return std::string(info.param.name); };
@@ -86,14 +85,14 @@ UVA_STATUS Out(UVA_STATUS status, const T& value, const T& expected) {
 
 // A browser call that reads one value.
 template <typename T>
-std::function<UVA_STATUS(W&)> Reads(UVA_STATUS (W::*read)(T&), T expected) {
-    return [read, expected](W& wrapper) {
+std::function<UVA_STATUS(Broadcast&)> Reads(UVA_STATUS (Broadcast::*read)(T&), T expected) {
+    return [read, expected](Broadcast& wrapper) {
         T value{};
         return Out((wrapper.*read)(value), value, expected);
     };
 }
 
-UVA_STATUS Speeds(W& wrapper) {
+UVA_STATUS Speeds(Broadcast& wrapper) {
     double* speeds = nullptr;
     unsigned int count = 3;
     const UVA_STATUS status = wrapper.getPlaybackSpeeds(speeds, count);
@@ -105,64 +104,86 @@ UVA_STATUS Speeds(W& wrapper) {
 struct Operation {
     const char* name;
     int level;  // of the media stack's own failures
-    std::function<void(M&, Hook)> expect;
-    std::function<UVA_STATUS(W&)> call;
+    std::function<void(Mock&, Hook)> expect;
+    std::function<UVA_STATUS(Broadcast&)> call;
     UVA_STATUS status = UVA_STATUS_OK;
     std::string failed = "virtual function from IVideoBroadcastBackend failed: ";
 };
 
-// The expected media stack call with its action, and the browser's call.
-#define MEDIA_STACK(call, action) [](M& m, Hook h) { EXPECT_CALL(m, call).WillOnce(action); }
-#define BROWSER(call) [](W& w) { return w.call; }
-
+// Each row: the media stack's call expected with its answer, and the browser's call.
 const Operation kOperations[] = {
-    {"initBackend_null", 5, MEDIA_STACK(InitBackend(""), h), BROWSER(initBackend(nullptr))},
-    {"release", 5, MEDIA_STACK(Release(), h), BROWSER(release())},
-    {"setVideoWindow_crosswise", 5, MEDIA_STACK(SetVideoWindow(Packed(10, 20, 400, 300)), Then(h, false)),
-     BROWSER(setVideoWindow(10, 20, 300, 400)), UVA_STATUS_ERROR},
-    {"setClipRect_16_bits", 5, MEDIA_STACK(SetClipRect(Packed(4464, -1, 6, 5)), Then(h, true)),
-     BROWSER(setClipRect(70000, -1, 5, 6))},
-    {"setVisibility", 5, MEDIA_STACK(SetVisibility(true, false), h), BROWSER(setVisibility(true, false))},
-    {"setVolume", 5, MEDIA_STACK(SetVolume(0.25), h), BROWSER(setVolume(0.25)), UVA_STATUS_OK,
-     "Impl functiond failed: "},
-    {"getPlayState", 5, MEDIA_STACK(GetPlayState(_), Store(h, 2)), Reads(&W::getPlayState, W::PLAY_STATE_PRESENTING)},
+    {"initBackend_null", 5, [](Mock& stack, Hook hook) { EXPECT_CALL(stack, InitBackend("")).WillOnce(hook); },
+     [](Broadcast& broadcast) { return broadcast.initBackend(nullptr); }},
+    {"release", 5, [](Mock& stack, Hook hook) { EXPECT_CALL(stack, Release()).WillOnce(hook); },
+     [](Broadcast& broadcast) { return broadcast.release(); }},
+    {"setVideoWindow_crosswise", 5,
+     [](Mock& stack, Hook hook) {
+         EXPECT_CALL(stack, SetVideoWindow(Packed(10, 20, 400, 300))).WillOnce(Then(hook, false));
+     },
+     [](Broadcast& broadcast) { return broadcast.setVideoWindow(10, 20, 300, 400); }, UVA_STATUS_ERROR},
+    {"setClipRect_16_bits", 5,
+     [](Mock& stack, Hook hook) { EXPECT_CALL(stack, SetClipRect(Packed(4464, -1, 6, 5))).WillOnce(Then(hook, true)); },
+     [](Broadcast& broadcast) { return broadcast.setClipRect(70000, -1, 5, 6); }},
+    {"setVisibility", 5, [](Mock& stack, Hook hook) { EXPECT_CALL(stack, SetVisibility(true, false)).WillOnce(hook); },
+     [](Broadcast& broadcast) { return broadcast.setVisibility(true, false); }},
+    {"setVolume", 5, [](Mock& stack, Hook hook) { EXPECT_CALL(stack, SetVolume(0.25)).WillOnce(hook); },
+     [](Broadcast& broadcast) { return broadcast.setVolume(0.25); }, UVA_STATUS_OK, "Impl functiond failed: "},
+    {"getPlayState", 5, [](Mock& stack, Hook hook) { EXPECT_CALL(stack, GetPlayState(_)).WillOnce(Store(hook, 2)); },
+     Reads(&Broadcast::getPlayState, Broadcast::PLAY_STATE_PRESENTING)},
     {"getCurrentChannel", 5,
-     MEDIA_STACK(GetCurrentChannel(),
-                 [h] {
-                     h();
-                     return kChannel;
-                 }),
-     Reads(&W::getCurrentChannel, static_cast<void*>(kChannel.get()))},
-    {"setChannel_null_text", 5, MEDIA_STACK(SetChannel(kChannel.get(), true, false, "", true, false), h),
-     BROWSER(setChannel(kChannel.get(), true, false, nullptr, true, false))},
-    {"getPlaybackOffset_unsigned", 2, MEDIA_STACK(GetPlaybackOffset(_), Store(h, 4294967295u)),
-     Reads(&W::getPlaybackOffset, 4294967295.0)},
-    {"getPlaybackSpeeds", 2, MEDIA_STACK(GetPlaybackSpeeds(_), Store(h, std::vector<double>{-2, 1, 8})), Speeds},
-    {"recordNow_writes_no_text", 2, MEDIA_STACK(RecordNow(), Then(h, true)),
-     [](W& w) {
+     [](Mock& stack, Hook hook) {
+         EXPECT_CALL(stack, GetCurrentChannel()).WillOnce([hook] {
+             hook();
+             return kChannel;
+         });
+     },
+     Reads(&Broadcast::getCurrentChannel, static_cast<void*>(kChannel.get()))},
+    {"setChannel_null_text", 5,
+     [](Mock& stack, Hook hook) {
+         EXPECT_CALL(stack, SetChannel(kChannel.get(), true, false, "", true, false)).WillOnce(hook);
+     },
+     [](Broadcast& broadcast) { return broadcast.setChannel(kChannel.get(), true, false, nullptr, true, false); }},
+    {"getPlaybackOffset_unsigned", 2,
+     [](Mock& stack, Hook hook) { EXPECT_CALL(stack, GetPlaybackOffset(_)).WillOnce(Store(hook, 4294967295u)); },
+     Reads(&Broadcast::getPlaybackOffset, 4294967295.0)},
+    {"getPlaybackSpeeds", 2,
+     [](Mock& stack, Hook hook) {
+         EXPECT_CALL(stack, GetPlaybackSpeeds(_)).WillOnce(Store(hook, std::vector<double>{-2, 1, 8}));
+     },
+     Speeds},
+    {"recordNow_writes_no_text", 2,
+     [](Mock& stack, Hook hook) { EXPECT_CALL(stack, RecordNow()).WillOnce(Then(hook, true)); },
+     [](Broadcast& broadcast) {
          char* id = nullptr;
-         return Out<char*>(w.recordNow(60.0, id), id, nullptr);
+         return Out<char*>(broadcast.recordNow(60.0, id), id, nullptr);
      }},
-    {"stopRecording", 2, MEDIA_STACK(StopRecording(), Then(h, false)), BROWSER(stopRecording()), UVA_STATUS_ERROR},
-    {"setPosition_truncates", 2, MEDIA_STACK(SetPosition(12, W::POSITION_FROM_START), h),
-     BROWSER(setPosition(12.9, W::POSITION_FROM_START))},
-    {"setPosition_low_32_bits", 2, MEDIA_STACK(SetPosition(2, W::POSITION_FROM_CURRENT), h),
-     BROWSER(setPosition(4294967298.7, W::POSITION_FROM_CURRENT))},
-    {"getRecordingState", 2, MEDIA_STACK(GetRecordingState(_), Store(h, 2)),
-     Reads(&W::getRecordingState, W::RECORDING_STARTED)},
+    {"stopRecording", 2,
+     [](Mock& stack, Hook hook) { EXPECT_CALL(stack, StopRecording()).WillOnce(Then(hook, false)); },
+     [](Broadcast& broadcast) { return broadcast.stopRecording(); }, UVA_STATUS_ERROR},
+    {"setPosition_truncates", 2,
+     [](Mock& stack, Hook hook) { EXPECT_CALL(stack, SetPosition(12, Broadcast::POSITION_FROM_START)).WillOnce(hook); },
+     [](Broadcast& broadcast) { return broadcast.setPosition(12.9, Broadcast::POSITION_FROM_START); }},
+    {"setPosition_low_32_bits", 2,
+     [](Mock& stack, Hook hook) {
+         EXPECT_CALL(stack, SetPosition(2, Broadcast::POSITION_FROM_CURRENT)).WillOnce(hook);
+     },
+     [](Broadcast& broadcast) { return broadcast.setPosition(4294967298.7, Broadcast::POSITION_FROM_CURRENT); }},
+    {"getRecordingState", 2,
+     [](Mock& stack, Hook hook) { EXPECT_CALL(stack, GetRecordingState(_)).WillOnce(Store(hook, 2)); },
+     Reads(&Broadcast::getRecordingState, Broadcast::RECORDING_STARTED)},
 };
 
 class BroadcastTest : public VelmoraTest::LiveObjectsTest {
 protected:
-    boost::shared_ptr<M> backend = boost::make_shared<M>();
+    boost::shared_ptr<Mock> backend = boost::make_shared<Mock>();
     ::testing::NiceMock<VelmoraTest::MockAvComponent> component;
     VelmoraTest::RecordingClient client;
-    std::unique_ptr<W> wrapper = std::make_unique<W>(backend, &client);
+    std::unique_ptr<Broadcast> wrapper = std::make_unique<Broadcast>(backend, &client);
 };
 
 class ForwardingTest : public BroadcastTest, public ::testing::WithParamInterface<Operation> {};
 
-TEST_P(ForwardingTest, CallsTheMediaStackWithConvertedArgumentsAndAnswers) {
+TEST_P(ForwardingTest, Forward_StackAnswers) {
     GetParam().expect(*backend, [] {});
     EXPECT_EQ(GetParam().call(*wrapper), GetParam().status);
     EXPECT_EQ(kChannel.use_count(), 1) << "the wrapper keeps no share of the current channel";
@@ -176,7 +197,7 @@ struct Failure {
     Hook raise;
     UVA_STATUS status;
     std::function<Lines(const Operation&)> lines;
-    boost::shared_ptr<V::IBackend> (*impl)() = nullptr;  // a wrapper over this back-end instead
+    boost::shared_ptr<Velmora::IBackend> (*impl)() = nullptr;  // a wrapper over this back-end instead
 };
 
 Lines Typed(const Operation& operation, int type, const std::string& text) {
@@ -190,20 +211,20 @@ const Failure kFailures[] = {
     {"standard", [] { throw std::runtime_error("x"); }, UVA_STATUS_ERROR,
      [](auto& op) { return Lines{LogLine(5, op.failed + "x")}; }},
     {"no_backend", nullptr, UVA_STATUS_ERROR, [](auto& op) { return Typed(op, 1, kCastFailed); },
-     [] { return boost::shared_ptr<V::IBackend>(); }},
+     [] { return boost::shared_ptr<Velmora::IBackend>(); }},
     {"media_backend", nullptr, UVA_STATUS_ERROR, [](auto& op) { return Typed(op, 1, kCastFailed); },
      [] {
-         return boost::shared_ptr<V::IBackend>(
+         return boost::shared_ptr<Velmora::IBackend>(
              boost::make_shared<::testing::NiceMock<VelmoraTest::MockMediaBackend>>());
      }},
 };
 
 class FailureTest : public BroadcastTest, public ::testing::WithParamInterface<std::tuple<Operation, Failure>> {};
 
-TEST_P(FailureTest, NeverEscapesAndAnswersTheStatusWithItsLine) {
+TEST_P(FailureTest, Forward_StackThrows) {
     const auto& [operation, failure] = GetParam();
     if (failure.impl != nullptr) {
-        wrapper = std::make_unique<W>(failure.impl(), &client);
+        wrapper = std::make_unique<Broadcast>(failure.impl(), &client);
     } else {
         operation.expect(*backend, failure.raise);
     }
@@ -216,7 +237,7 @@ INSTANTIATE_TEST_SUITE_P(EveryOperationAndFailure, FailureTest,
                              return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
                          });
 
-TEST_F(BroadcastTest, AnEmptySpeedListOrAFailedArrayLeavesTheOutputUntouched) {
+TEST_F(BroadcastTest, getPlaybackSpeeds_EmptyListOrNoMemory) {
     for (const bool emptyList : {true, false}) {
         EXPECT_CALL(*backend, GetPlaybackSpeeds(_)).WillOnce(Store([] {}, std::vector<double>(emptyList ? 0 : 2, 1.0)));
         failNextNothrowArray = !emptyList;
@@ -231,27 +252,28 @@ TEST_F(BroadcastTest, AnEmptySpeedListOrAFailedArrayLeavesTheOutputUntouched) {
     }
 }
 
-TEST_F(BroadcastTest, IsFoundByItsHandleUntilDestroyedAndThenCutsTheSubscriptionButKeepsComponents) {
+TEST_F(BroadcastTest, Destroy_HandleForgottenComponentsKept) {
     int handle = 0;
     wrapper->setWindowId(&handle);
-    EXPECT_EQ(W::getBackendByVideoBroadcastHandle(&handle), wrapper.get());
+    EXPECT_EQ(Broadcast::getBackendByVideoBroadcastHandle(&handle), wrapper.get());
     EXPECT_EQ(wrapper->GetVideoBroadcastBackendImpl(), backend);
-    backend->Raise(new V::ComponentChangedEvent(&component, V::ComponentChangedEvent::Added));
-    auto* shown = static_cast<V::Wrapper::AvComponentWrapper*>(client.events.At<::ComponentChangedEvent>(0)->component);
+    backend->Raise(new Velmora::ComponentChangedEvent(&component, Velmora::ComponentChangedEvent::Added));
+    auto* shown =
+        static_cast<Velmora::Wrapper::AvComponentWrapper*>(client.events.At<::ComponentChangedEvent>(0)->component);
     client.events.Clear();
     const long components = uvaLiveObjects().components;
     wrapper.reset();
-    EXPECT_EQ(W::getBackendByVideoBroadcastHandle(&handle), nullptr);
+    EXPECT_EQ(Broadcast::getBackendByVideoBroadcastHandle(&handle), nullptr);
     EXPECT_EQ(backend->events.num_slots(), 0u);
     EXPECT_EQ(backend.use_count(), 1);
     EXPECT_EQ(uvaLiveObjects().components, components);
     shown->BackendMarkUnused();
 }
 
-TEST_F(BroadcastTest, WithoutAClientItForwardsButNeverSubscribes) {
+TEST_F(BroadcastTest, Construct_WithoutClient) {
     EXPECT_CALL(*backend, ConnectEvent(_)).Times(0);
     EXPECT_CALL(*backend, Stop());
-    wrapper = std::make_unique<W>(backend, nullptr);
+    wrapper = std::make_unique<Broadcast>(backend, nullptr);
     EXPECT_EQ(wrapper->stop(), UVA_STATUS_OK);
     wrapper->VideoBroadcastBackendEvent(boost::make_shared<BackendEvent>(BackendEvent::BufferingIdle));
     EXPECT_THAT(log.Records("Velmora::VB"),
@@ -261,7 +283,7 @@ TEST_F(BroadcastTest, WithoutAClientItForwardsButNeverSubscribes) {
 
 struct Translation {
     const char* name;
-    std::function<V::BackendEvent*()> raise;
+    std::function<Velmora::BackendEvent*()> raise;
     std::string delivered;             // empty: nothing reaches the browser
     const char* notHandled = nullptr;  // the event name in the level-5 line
     std::string thrown = "";           // back to the media stack
@@ -269,7 +291,7 @@ struct Translation {
 
 class TranslationTest : public BroadcastTest, public ::testing::WithParamInterface<Translation> {};
 
-TEST_P(TranslationTest, DeliversTheBrowsersEventWithCopiedFields) {
+TEST_P(TranslationTest, Raise_EveryCode) {
     std::string thrown;
     try {
         backend->Raise(GetParam().raise());  // the media stack's event and its texts are gone from here on
@@ -290,25 +312,25 @@ void* const kHandle = reinterpret_cast<void*>(0x1234);
 INSTANTIATE_TEST_SUITE_P(
     EveryCode, TranslationTest,
     ValuesIn(std::vector<Translation>{
-        {"rating_error", [] { return new V::ParentalRatingErrorEvent("c1", nullptr, 15); },
+        {"rating_error", [] { return new Velmora::ParentalRatingErrorEvent("c1", nullptr, 15); },
          "ParentalRatingErrorEvent 11 c1 15 null"},
-        {"rating_change", [] { return new V::ParentalRatingChangeEvent(nullptr, "d1", 12); },
+        {"rating_change", [] { return new Velmora::ParentalRatingChangeEvent(nullptr, "d1", 12); },
          "ParentalRatingChangeEvent 12 null 12 d1"},
-        {"playstate", [] { return new V::BroadcastPlaystateChangeEvent(2, 5); },
+        {"playstate", [] { return new Velmora::BroadcastPlaystateChangeEvent(2, 5); },
          "BroadcastPlaystateChangeEvent 13 2 5"},
-        {"channel_error", [] { return new V::ChannelChangeErrorEvent(kHandle, 9); },
+        {"channel_error", [] { return new Velmora::ChannelChangeErrorEvent(kHandle, 9); },
          "ChannelChangeErrorEvent 14 0x1234 9"},
-        {"channel_changed", [] { return new V::ChannelChangeSucceededEvent(kHandle); },
+        {"channel_changed", [] { return new Velmora::ChannelChangeSucceededEvent(kHandle); },
          "ChannelChangeSucceededEvent 15 0x1234"},
         {"programmes", [] { return Plain(BackendEvent::ProgrammesChanged); }, "UVAEvent 16"},
-        {"recording_error", [] { return new V::RecordingErrorEvent(3, "r1"); }, "RecordingErrorEvent 17 3 r1"},
-        {"recording_state", [] { return new V::RecordingStateChangeEvent(2, nullptr); },
+        {"recording_error", [] { return new Velmora::RecordingErrorEvent(3, "r1"); }, "RecordingErrorEvent 17 3 r1"},
+        {"recording_state", [] { return new Velmora::RecordingStateChangeEvent(2, nullptr); },
          "RecordingStateChangeEvent 18 2 null"},
         {"idle", [] { return Plain(BackendEvent::BufferingIdle); }, "UVAEvent 21"},
-        {"underrun_without_level", [] { return new V::BufferingStreamUnderrunEvent(40); }, "UVAEvent 22"},
-        {"subtitles_null", [] { return new V::SubtitlesChangedEvent(nullptr); }, "SubtitlesChangedEvent 24 null"},
+        {"underrun_without_level", [] { return new Velmora::BufferingStreamUnderrunEvent(40); }, "UVAEvent 22"},
+        {"subtitles_null", [] { return new Velmora::SubtitlesChangedEvent(nullptr); }, "SubtitlesChangedEvent 24 null"},
         {"media_only", [] { return Plain(BackendEvent::PlaybackFinished); }, "", "PlaybackFinished"},
-        {"drm_rights", [] { return new V::DRMRightsErrorEvent(1, "c", "d", "u"); }, "", "DRMRightsError"},
+        {"drm_rights", [] { return new Velmora::DRMRightsErrorEvent(1, "c", "d", "u"); }, "", "DRMRightsError"},
         {"end_marker", [] { return Plain(BackendEvent::LastEvent); }, "", "LastEvent"},
         {"unknown", [] { return Plain(static_cast<BackendEvent::EventType>(30)); }, "", "Unknown event ID"},
         {"wrong_class", [] { return Plain(BackendEvent::SubtitlesChanged); }, "", nullptr,
