@@ -83,6 +83,9 @@ TEST_F(TraceRecorderTest, WriteTrace_CallsFailuresAndSlots) {
     ASSERT_EQ(events.count("fine"), 1u);
     EXPECT_EQ(events["fine"].Find("ph")->text, "X");
     EXPECT_EQ(Arg(events["fine"], "status"), UVA_STATUS_OK);
+    char backendText[32];
+    std::snprintf(backendText, sizeof backendText, "%p", static_cast<void*>(&backend));
+    EXPECT_EQ(events["fine"].Find("args")->Find("backend")->text, backendText);
     EXPECT_EQ(Arg(events["broken"], "status"), UVA_STATUS_ERROR);
     EXPECT_EQ(events["failure"].Find("args")->Find("operation")->text, "broken");
     EXPECT_EQ(events["failure"].Find("args")->Find("text")->text, "boom");
