@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
-#include <map>
 #include <memory>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -24,53 +24,38 @@ namespace {
 using namespace Velmora;
 using Reference::FaultInjector;
 
-enum class Fault {
-    CreateFails,       // a media request throws
-    DrmMisnamed,       // one key system answered with a back-end of another name
-    WrongClass,        // VideoResized raised as a plain BackendEvent
-    NanDuration,       // DurationChanged carries no number
-    NoRemoval,         // components vanish without their removal event
-    SelectFails,       // selection refused
-    CrashOnSelect,     // selection crashes the process
-    HangOnSelect,      // selection never returns
-    RefuseSamples,     // every Media Source answer refused
-    SlowRelease,       // a media back-end released while playing takes longer to go than the browser can wait
-    ForeignException,  // setVolume throws an int
-    SlowCall,          // setVolume takes far longer than a browser call may
-    // Not a fault: a real decoder's answer to made-up sample bytes, DecodeError where the next data
-    // request would come. The kit must take it as a note only.
-    UndecodableSamples,
-};
-
-const std::map<std::string, Fault> kFaults = {
-    {"create-fails", Fault::CreateFails},
-    {"drm-misnamed", Fault::DrmMisnamed},
-    {"wrong-class", Fault::WrongClass},
-    {"nan-duration", Fault::NanDuration},
-    {"no-removal", Fault::NoRemoval},
-    {"select-fails", Fault::SelectFails},
-    {"crash-on-select", Fault::CrashOnSelect},
-    {"hang-on-select", Fault::HangOnSelect},
-    {"refuse-samples", Fault::RefuseSamples},
-    {"slow-release", Fault::SlowRelease},
-    {"foreign-exception", Fault::ForeignException},
-    {"slow-call", Fault::SlowCall},
-    {"undecodable-samples", Fault::UndecodableSamples},
-};
+// The faults, by the names the tests pass as `fault=NAME`:
+//   create-fails         a media request throws
+//   drm-misnamed         one key system answered with a back-end of another name
+//   wrong-class          VideoResized raised as a plain BackendEvent
+//   nan-duration         DurationChanged carries no number
+//   no-removal           components vanish without their removal event
+//   select-fails         selection refused
+//   crash-on-select      selection crashes the process
+//   hang-on-select       selection never returns
+//   refuse-samples       every Media Source answer refused
+//   slow-release         a media back-end released while playing takes longer to go than the browser can wait
+//   foreign-exception    setVolume throws an int
+//   slow-call            setVolume takes far longer than a browser call may
+//   undecodable-samples  not a fault: a real decoder's answer to made-up sample bytes, DecodeError where the
+//                        next data request would come; the kit must take it as a note only
+const std::set<std::string> kFaults = {"create-fails",       "drm-misnamed", "wrong-class",       "nan-duration",
+                                       "no-removal",         "select-fails", "crash-on-select",   "hang-on-select",
+                                       "refuse-samples",     "slow-release", "foreign-exception", "slow-call",
+                                       "undecodable-samples"};
 
 // Rewrites or drops what the reference back-end raises, on its way to every slot.
-IBackend::EventSlot Distort(Fault fault, IBackend::EventSlot slot) {
+IBackend::EventSlot Distort(const std::string& fault, IBackend::EventSlot slot) {
     const auto dataRequests = std::make_shared<std::atomic<int>>(0);  // every slot sees the same sequence
     return [fault, slot, dataRequests](boost::shared_ptr<BackendEvent> event) {
-        if (fault == Fault::WrongClass && event->type == BackendEvent::VideoResized) {
+        if (fault == "wrong-class" && event->type == BackendEvent::VideoResized) {
             event = boost::make_shared<BackendEvent>(BackendEvent::VideoResized);
-        } else if (fault == Fault::NanDuration && event->type == BackendEvent::DurationChanged) {
+        } else if (fault == "nan-duration" && event->type == BackendEvent::DurationChanged) {
             event = boost::make_shared<DurationChangedEvent>(std::numeric_limits<double>::quiet_NaN());
-        } else if (fault == Fault::NoRemoval && event->type == BackendEvent::ComponentChanged &&
+        } else if (fault == "no-removal" && event->type == BackendEvent::ComponentChanged &&
                    static_cast<ComponentChangedEvent&>(*event).action == ComponentChangedEvent::Removed) {
             return;
-        } else if (fault == Fault::UndecodableSamples && event->type == BackendEvent::NeedMseData &&
-                   ++*dataRequests > 1) {
+        } else if (fault == "undecodable-samples" && event->type == BackendEvent::NeedMseData && ++*dataRequests > 1) {
             event = boost::make_shared<BackendEvent>(BackendEvent::DecodeError);
         }
         slot(event);
@@ -80,10 +65,11 @@ IBackend::EventSlot Distort(Fault fault, IBackend::EventSlot slot) {
 // The reference media back-end behind a forwarding layer where the faults live.
 class BrokenMediaBackend : public IMediaBackend {
 public:
-    BrokenMediaBackend(boost::shared_ptr<IMediaBackend> inner, Fault fault) : inner(std::move(inner)), fault(fault) {}
+    BrokenMediaBackend(boost::shared_ptr<IMediaBackend> inner, const std::string& fault)
+        : inner(std::move(inner)), fault(fault) {}
 
     ~BrokenMediaBackend() override {
-        if (fault == Fault::SlowRelease && playing) {
+        if (fault == "slow-release" && playing) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1200));
         }
     }
@@ -93,17 +79,17 @@ public:
     }
 
     void SelectComponent(IAvComponent* component) override {
-        if (fault == Fault::CrashOnSelect) {
+        if (fault == "crash-on-select") {
             std::raise(SIGSEGV);
         }
-        while (fault == Fault::HangOnSelect) {
+        while (fault == "hang-on-select") {
             std::this_thread::sleep_for(std::chrono::seconds(1));
         }
         inner->SelectComponent(component);
     }
 
     void SetVolume(double volume) override {
-        if (fault == Fault::SlowCall) {
+        if (fault == "slow-call") {
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
         inner->SetVolume(volume);
@@ -173,23 +159,23 @@ public:
 
 private:
     const boost::shared_ptr<IMediaBackend> inner;
-    const Fault fault;
+    const std::string fault;
     bool playing = false;
 };
 
 class BrokenUva : public Reference::ReferenceUva {
 public:
-    BrokenUva(const Reference::StackOptions& options, Fault fault) : ReferenceUva(options), fault(fault) {
+    BrokenUva(const Reference::StackOptions& options, const std::string& fault) : ReferenceUva(options), fault(fault) {
         const auto arm = [this](const char* operation, FaultInjector::Kind kind) {
             Faults().Arm(operation, {kind, ExceptionBase::GenericError, true});
         };
-        if (fault == Fault::SelectFails) arm("SelectComponent", FaultInjector::Kind::MediaStackError);
-        if (fault == Fault::RefuseSamples) arm("WriteMseData", FaultInjector::Kind::MediaStackError);
-        if (fault == Fault::ForeignException) arm("SetVolume", FaultInjector::Kind::Int);
+        if (fault == "select-fails") arm("SelectComponent", FaultInjector::Kind::MediaStackError);
+        if (fault == "refuse-samples") arm("WriteMseData", FaultInjector::Kind::MediaStackError);
+        if (fault == "foreign-exception") arm("SetVolume", FaultInjector::Kind::Int);
     }
 
     boost::shared_ptr<IBackend> CreateBackend(int type) override {
-        if (fault == Fault::CreateFails && type == 0) {
+        if (fault == "create-fails" && type == 0) {
             throw std::runtime_error("no decoder left for a media element");
         }
         boost::shared_ptr<IBackend> backend = ReferenceUva::CreateBackend(type);
@@ -198,12 +184,12 @@ public:
     }
 
     boost::shared_ptr<IDrmBackend> CreateDrmBackend(const std::string& keySystemId) override {
-        const bool alias = fault == Fault::DrmMisnamed && keySystemId == "webkit-org.w3.clearkey";
+        const bool alias = fault == "drm-misnamed" && keySystemId == "webkit-org.w3.clearkey";
         return ReferenceUva::CreateDrmBackend(alias ? "org.w3.clearkey" : keySystemId);
     }
 
 private:
-    const Fault fault;
+    const std::string fault;
 };
 
 }  // namespace
@@ -225,7 +211,7 @@ VELMORA_STACK_FACTORY Velmora::IUva* VelmoraCreateStack(unsigned interfaceVersio
         return nullptr;
     }
     try {
-        return new BrokenUva(stackOptions, fault->second);
+        return new BrokenUva(stackOptions, *fault);
     } catch (...) {
         return nullptr;
     }
