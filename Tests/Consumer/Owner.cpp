@@ -1,7 +1,6 @@
 // The owner's side: a media stack with nothing to offer, handed to an IntegrationLayer, and the
 // browser's entry points linked directly.
 #include <cstdio>
-#include <cstring>
 
 #include "Uva/UVABackendLibrary.h"
 #include "Velmora/IUva.h"
@@ -26,18 +25,14 @@ public:
 int main() {
     EmptyStack* stack = new EmptyStack;
     Velmora::Wrapper::IntegrationLayer layer(stack);
-    const char** ids = nullptr;
-    const bool listed = UVADRM_GetSupportedBackendIDs(ids) == 1 && ids != nullptr && ids[2] != nullptr &&
-                        std::strcmp(ids[2], "org.w3.clearkey") == 0;
-    delete[] ids;
     // The browser's request reaches the stack the layer owns.
     UVABackend* backend = UVA_RequestBackend(UVABackend::UVABackendType(0), nullptr);
     const bool reached = stack->requests == 1 && layer.GetUvaImpl() == stack;
     if (backend != nullptr) {
         UVA_ReleaseBackend(backend);
     }
-    if (!listed || !reached) {
-        std::fprintf(stderr, "owner: listed %d reached %d\n", listed, reached);
+    if (!reached) {
+        std::fputs("owner: the request did not reach the stack\n", stderr);
         return 1;
     }
     std::puts("owner: OK");
