@@ -133,19 +133,14 @@ protected:
     // The back-end goes first: its destructor joins the bus thread, which may be inside a recorder's slot.
     ~GstStackTest() override { backend.reset(); }
 
-    // Plays one Media Source stream whose every request is answered with one more sample of garbage.
-    void PlayGarbage(const char* mimeType) {
-        recorder.answer = [this](const NeedMseDataEvent& request) {
-            const double at = 40.0 * written++;
-            backend->WriteMseData(Samples(request.sourceId, {{at, true}}, 512), UVABackend::WRITE_DATA_OK);
-        };
-        backend->InitBackend("blob:x", {Source{0, 1, false, 0, mimeType}}, false);
-        backend->Play();
+    void Write(std::int32_t sourceId, std::vector<std::pair<double, bool>> timesAndKeys,
+               UVABackend::WriteDataStatus status = UVABackend::WRITE_DATA_OK) {
+        backend->WriteMseData(Samples(sourceId, std::move(timesAndKeys)), status);
     }
 
     std::unique_ptr<GstMediaBackend> backend = std::make_unique<GstMediaBackend>(StackOptions());
     Recorder recorder{*backend};
-    std::atomic<int> written{0};
+    std::atomic<int> written{0};  // by the bus thread, which may outlive the test's body
 };
 
 // A stream that cannot play is reported by the operation that finds out, or by DecodeError later.
@@ -179,16 +174,16 @@ TEST_F(GstStackTest, WriteMseData_Unplayable) {
     backend = std::make_unique<GstMediaBackend>(StackOptions());
     backend->InitBackend("blob:x", {Source{0, 1, false, 0, "video/webm; codecs=\"vp8\""}}, false);
     EXPECT_THROW(backend->AttachSource(Source{0, 1, false, 0, "video/webm"}), ExceptionBase);  // same id twice
-    EXPECT_THROW(backend->WriteMseData(Samples(9, {{0.0, true}}), UVABackend::WRITE_DATA_OK), ExceptionBase);
+    EXPECT_THROW(Write(9, {{0.0, true}}), ExceptionBase);
     EXPECT_THROW(
         backend->WriteMseData(boost::make_shared<BackendEvent>(BackendEvent::WriteMseData), UVABackend::WRITE_DATA_OK),
         ExceptionBase);
     // Going back in time without a key frame: the late samples are dropped and the write fails.
-    EXPECT_NO_THROW(backend->WriteMseData(Samples(1, {{1000.0, true}, {1040.0, false}}), UVABackend::WRITE_DATA_OK));
-    EXPECT_THROW(backend->WriteMseData(Samples(1, {{500.0, false}}), UVABackend::WRITE_DATA_OK), ExceptionBase);
-    EXPECT_NO_THROW(backend->WriteMseData(Samples(1, {{0.0, true}}), UVABackend::WRITE_DATA_END_OF_STREAM));
-    EXPECT_THROW(backend->WriteMseData(Samples(1, {{80.0, true}}), UVABackend::WRITE_DATA_OK), ExceptionBase);  // ended
-    EXPECT_NO_THROW(backend->WriteMseData(Samples(1, {}), UVABackend::WRITE_DATA_END_OF_STREAM));  // the end, again
+    EXPECT_NO_THROW(Write(1, {{1000.0, true}, {1040.0, false}}));
+    EXPECT_THROW(Write(1, {{500.0, false}}), ExceptionBase);
+    EXPECT_NO_THROW(Write(1, {{0.0, true}}, UVABackend::WRITE_DATA_END_OF_STREAM));
+    EXPECT_THROW(Write(1, {{80.0, true}}), ExceptionBase);                // ended
+    EXPECT_NO_THROW(Write(1, {}, UVABackend::WRITE_DATA_END_OF_STREAM));  // the end, again
 }
 
 // What the browser was asked and wrote for the old position is void after a seek: an open request is
@@ -201,7 +196,7 @@ TEST_F(GstStackTest, SetPosition_MediaSourceSeek) {
     EXPECT_FALSE(backend->SetPosition(-1.0));
     EXPECT_THROW(backend->SetPlaybackRate(2.0), ExceptionBase);   // its seek would flush what the branches hold
     ASSERT_TRUE(recorder.WaitFor(BackendEvent::NeedMseData, 3));  // every branch asks; nobody answers
-    backend->WriteMseData(Samples(2, {{2000.0, true}}), UVABackend::WRITE_DATA_END_OF_STREAM);
+    Write(2, {{2000.0, true}}, UVABackend::WRITE_DATA_END_OF_STREAM);
     backend->RemoveSource(3);
 
     ASSERT_TRUE(backend->SetPosition(0.5));
@@ -210,22 +205,23 @@ TEST_F(GstStackTest, SetPosition_MediaSourceSeek) {
     EXPECT_EQ(position, 0.5);
     EXPECT_TRUE(recorder.WaitFor(BackendEvent::CancelDataRequests));
     EXPECT_TRUE(recorder.WaitFor(BackendEvent::NeedMseData, 5));
-    EXPECT_NO_THROW(backend->WriteMseData(Samples(2, {{400.0, false}}), UVABackend::WRITE_DATA_OK));
-    EXPECT_THROW(backend->WriteMseData(Samples(3, {{400.0, true}}), UVABackend::WRITE_DATA_OK), ExceptionBase);
+    EXPECT_NO_THROW(Write(2, {{400.0, false}}));
+    EXPECT_THROW(Write(3, {{400.0, true}}), ExceptionBase);
 }
 
-// Garbage after a key frame header: the video decoder gives up; the audio branch plays on and asks again.
+// Garbage after a key frame header: the video decoder gives up. (That an answered request is asked
+// again, the simulator's gst-mse session shows.)
 TEST_F(GstStackTest, WriteMseData_GarbageVideo) {
-    PlayGarbage("video/webm; codecs=\"vp8\"");
+    recorder.answer = [this](const NeedMseDataEvent& request) {
+        backend->WriteMseData(Samples(request.sourceId, {{40.0 * written++, true}}, 512), UVABackend::WRITE_DATA_OK);
+    };
+    backend->InitBackend("blob:x", {Source{0, 1, false, 0, "video/webm; codecs=\"vp8\""}}, false);
+    backend->Play();
     EXPECT_TRUE(recorder.WaitFor(BackendEvent::DecodeError));
 }
 
-TEST_F(GstStackTest, WriteMseData_AnsweredRequestAskedAgain) {
-    PlayGarbage("audio/webm; codecs=\"opus\"");
-    EXPECT_TRUE(recorder.WaitFor(BackendEvent::NeedMseData, 3));
-}
-
-// A browser that only counts what arrives; events may come on the engine's bus thread at any moment.
+// Counts the components the stack added and has not removed yet; events may come on the engine's bus
+// thread at any moment.
 class CountingClient : public UVAClient {
 public:
     void handleEvent(UVAEvent* event) override {
@@ -233,18 +229,17 @@ public:
             const int action = static_cast<::ComponentChangedEvent*>(event)->action;
             held += action == ::ComponentChangedEvent::ADDED ? 1 : action == ::ComponentChangedEvent::REMOVED ? -1 : 0;
         }
-        ++events;
         delete event;
     }
     UVADRMBackend* requestDRMBackend(const char*) override { return nullptr; }
-    std::atomic<int> held{0};  // components added and not removed yet
-    std::atomic<int> events{0};
+    std::atomic<int> held{0};
 };
 
-// The browser stops and releases the back-end while the engine is still prerolling and raising events,
-// at a different moment each round, a Media Source back-end in the middle of a seek: neither may hang
-// or let a slot run on a dead wrapper, and nothing of the browser's side may outlive the release (ASan
-// and TSan watch this one). The Media Source client leaves every request unanswered.
+// The browser releases the back-end while the engine is still prerolling and raising events, at a
+// different moment each round, a Media Source back-end in the middle of a seek: the teardown must not
+// hang (playbin3 can deadlock when taken down while it still finds the stream's type) nor leave
+// anything of the browser's side behind (ASan and TSan watch this one). That no event follows the
+// release is the conformance kit's no-event-after-release check on this stack.
 TEST_F(GstStackTest, Release_WhileEventsFlow) {
     backend.reset();
     const long before = uvaLiveObjects().Total();
@@ -270,11 +265,8 @@ TEST_F(GstStackTest, Release_WhileEventsFlow) {
         for (int waited = 0; client.held != 0 && waited < 500; ++waited) {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
-        EXPECT_EQ(client.held, 0);
+        EXPECT_EQ(client.held, 0) << "round " << round;
         EXPECT_EQ(UVA_ReleaseBackend(media), UVA_STATUS_OK);
-        const int seen = client.events;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        EXPECT_EQ(client.events, seen) << "an event after release, round " << round;
     }
     EXPECT_EQ(uvaLiveObjects().Total(), before);
 }
