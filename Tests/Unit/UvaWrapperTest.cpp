@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <boost/make_shared.hpp>
 #include <memory>
 #include <stdexcept>
 
@@ -33,18 +32,6 @@ std::string Text(const void* pointer) { return ::testing::PrintToString(pointer)
 class RegistryTest : public VelmoraTest::LiveObjectsTest {
 protected:
     RegistryTest() : saved_(Velmora::uvaCallbacks), uva(new NiceMock<VelmoraTest::MockUva>) {
-        ON_CALL(*uva, CreateBackend(_)).WillByDefault(Invoke([this](int type) -> boost::shared_ptr<Velmora::IBackend> {
-            if (type == UVABackend::TYPE_VIDEO_BROADCAST) {
-                broadcasts.push_back(boost::make_shared<NiceMock<VelmoraTest::MockVideoBroadcastBackend>>());
-                return broadcasts.back();
-            }
-            medias.push_back(boost::make_shared<NiceMock<VelmoraTest::MockMediaBackend>>());
-            return medias.back();
-        }));
-        ON_CALL(*uva, CreateDrmBackend(_)).WillByDefault(Invoke([this](const std::string&) {
-            drms.push_back(boost::make_shared<NiceMock<VelmoraTest::MockDrmBackend>>());
-            return boost::shared_ptr<Velmora::IDrmBackend>(drms.back());
-        }));
         layer = std::make_unique<IntegrationLayer>(uva);
         log.Clear();
     }
@@ -61,9 +48,6 @@ protected:
 
     Velmora::Callbacks saved_;
     NiceMock<VelmoraTest::MockUva>* uva;  // owned by the library
-    std::vector<boost::shared_ptr<NiceMock<VelmoraTest::MockMediaBackend>>> medias;
-    std::vector<boost::shared_ptr<NiceMock<VelmoraTest::MockVideoBroadcastBackend>>> broadcasts;
-    std::vector<boost::shared_ptr<NiceMock<VelmoraTest::MockDrmBackend>>> drms;
     VelmoraTest::RecordingClient client;
     VelmoraTest::RecordingDrmClient drmClient;
     std::unique_ptr<IntegrationLayer> layer;
@@ -78,7 +62,7 @@ TEST_F(RegistryTest, RequestBackend_ActiveUntilReleased) {
     UVABackend* backend = Request(UVABackend::TYPE_MEDIA_SOURCE);
     ASSERT_NE(backend, nullptr);
     EXPECT_EQ(backend->getType(), UVABackend::TYPE_MEDIA_SOURCE);
-    EXPECT_EQ(layer->GetActiveMediaBackendImpl(), medias.at(1));
+    EXPECT_EQ(layer->GetActiveMediaBackendImpl(), uva->medias.at(1));
     EXPECT_EQ(UVA_ReleaseBackend(backend), UVA_STATUS_OK);
     EXPECT_FALSE(layer->GetActiveMediaBackendImpl());
     EXPECT_EQ(UVA_ReleaseBackend(older), UVA_STATUS_OK);
@@ -118,8 +102,6 @@ struct CreationFailure {
     const char* drmLine;
 };
 
-void PrintTo(const CreationFailure& failure, std::ostream* out) { *out << failure.name; }
-
 class RegistryFailureTest : public RegistryTest, public ::testing::WithParamInterface<CreationFailure> {};
 
 TEST_P(RegistryFailureTest, RequestBackend_StackThrows) {
@@ -157,8 +139,8 @@ TEST_F(RegistryTest, HandleLookup_WhileBroadcastBackendLives) {
     auto* second = static_cast<UVAVideoBroadcastBackend*>(Request(UVABackend::TYPE_VIDEO_BROADCAST));
     int handle = 0;
     second->setWindowId(&handle);
-    EXPECT_EQ(uva->LookUp(&handle), broadcasts.at(1));
-    EXPECT_EQ(layer->GetActiveVideoBroadcastImpl(), broadcasts.at(1));
+    EXPECT_EQ(uva->LookUp(&handle), uva->broadcasts.at(1));
+    EXPECT_EQ(layer->GetActiveVideoBroadcastImpl(), uva->broadcasts.at(1));
     int unknown = 0;
     EXPECT_FALSE(uva->LookUp(&unknown));
     EXPECT_THAT(Lines(), Contains(LogLine(5, "GetBackendByVideoBroadcastHandle: dynamic cast failed! ")));
