@@ -41,8 +41,6 @@ struct FailureCase {
     std::vector<Line> lines;  // for an operation answering a status; the others stop after the first line
 };
 
-void PrintTo(const FailureCase& failure, std::ostream* out) { *out << failure.name; }
-
 class CallGuardTest : public ::testing::TestWithParam<FailureCase> {
 protected:
     std::vector<::testing::Matcher<Tlog::Record>> Expected(std::size_t count) const {

@@ -23,8 +23,9 @@ using namespace Velmora;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
 using Velmora::Wrapper::DrmBackendWrapper;
-using Bytes = boost::shared_ptr<unsigned char>;
+using Block = boost::shared_ptr<unsigned char>;
 using Strings = std::vector<std::string>;
+using VelmoraTest::Bytes;
 using VelmoraTest::Describe;
 
 template <typename Value>
@@ -34,14 +35,10 @@ std::string Str(const Value& value) {
     return text.str();
 }
 
-Bytes Shared(const std::string& bytes) {
-    Bytes copy(new unsigned char[bytes.size()], boost::checked_array_deleter<unsigned char>());
+Block Shared(const std::string& bytes) {
+    Block copy(new unsigned char[bytes.size()], boost::checked_array_deleter<unsigned char>());
     std::memcpy(copy.get(), bytes.data(), bytes.size());
     return copy;
-}
-
-std::string Block(const unsigned char* bytes, std::uint32_t size) {
-    return size == 0 ? "" : std::string(bytes, bytes + size);
 }
 
 // A DRM back-end that keeps what reaches it and answers `answer`, or fails through `failure`.
@@ -67,7 +64,7 @@ protected:
         log.Clear();
     }
 
-    void Keep(const Bytes& bytes) { blocks.push_back(bytes); }
+    void Keep(const Block& bytes) { blocks.push_back(bytes); }
     void Keep(const std::string& text) { texts.push_back(text); }
     void Keep(std::uint32_t) {}
 
@@ -85,7 +82,7 @@ protected:
     bool answer = true;
     std::function<void()> failure;
     int calls = 0;
-    std::vector<Bytes> blocks;
+    std::vector<Block> blocks;
     Strings texts;
     boost::shared_ptr<testing::NiceMock<VelmoraTest::MockDrmBackend>> impl =
         boost::make_shared<testing::NiceMock<VelmoraTest::MockDrmBackend>>();
@@ -108,7 +105,6 @@ struct EventCase {
     std::function<DrmBackendEvent*()> make;
     std::string browserEvent;
 };
-void PrintTo(const EventCase& event, std::ostream* out) { *out << event.name; }
 
 class DrmEventTest : public DrmBackendWrapperTest, public testing::WithParamInterface<EventCase> {};
 
@@ -123,11 +119,11 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         EventCase{"NeedKey", [] { return new UvaNeedKeyDRMEvent("ks", "s1", false, Shared("i\0d"s), 3, true); },
                   "0 ks s1 1 init i\0d/3 1"s},
-        EventCase{"NeedKeyNulls", [] { return new UvaNeedKeyDRMEvent(nullptr, nullptr, true, Bytes(), 0, false); },
+        EventCase{"NeedKeyNulls", [] { return new UvaNeedKeyDRMEvent(nullptr, nullptr, true, Block(), 0, false); },
                   "0 null null 1 init /0 0"},
         EventCase{"KeyMessage", [] { return new UvaKeyMessageDrmEvent("ks", "s2", true, "u", Shared("m\0g"s), 3); },
                   "1 ks s2 1 message m\0g/3 url u"s},
-        EventCase{"KeyMessageNullUrl", [] { return new UvaKeyMessageDrmEvent("ks", "", false, nullptr, Bytes(), 0); },
+        EventCase{"KeyMessageNullUrl", [] { return new UvaKeyMessageDrmEvent("ks", "", false, nullptr, Block(), 0); },
                   "1 ks  0 message /0 url null"},
         EventCase{"KeyComplete", [] { return new UvaKeyCompleteDrmEvent("ks", "s3", true); }, "2 ks s3 1"},
         EventCase{"KeyError", [] { return new UvaKeyErrorDrmEvent("ks", "s4", false, -7, 65535); },
@@ -159,7 +155,7 @@ TEST_F(DrmBackendWrapperTest, addKey_BlocksCopied) {
     delete[] key;
     delete[] initData;
     ASSERT_EQ(blocks.size(), 3u);
-    EXPECT_EQ(Block(blocks[0].get(), 4) + Block(blocks[1].get(), 2), "k1\0xab"s);
+    EXPECT_EQ(Bytes(blocks[0].get(), 4) + Bytes(blocks[1].get(), 2), "k1\0xab"s);
     EXPECT_NE(blocks[2], nullptr) << "an empty array, not a null one";
     EXPECT_EQ(texts, Strings({"", "s9"}));
 }
@@ -172,7 +168,7 @@ TEST_F(DrmBackendWrapperTest, addKey_TraceStopsAtZeroOrEnd) {
     EXPECT_EQ(Lines(2),
               Strings({Entry("generateKeyRequest") + " Value of init_data is : ab Value of init_data_size is : 5",
                        Entry("addKey") + " Key value: key; ; key_size: 3 Value of init_data is : "}));
-    EXPECT_EQ(Block(blocks[0].get(), 5), "ab\0cd"s);
+    EXPECT_EQ(Bytes(blocks[0].get(), 5), "ab\0cd"s);
 }
 
 TEST_F(DrmBackendWrapperTest, getId_BackendsOwnText) {
@@ -210,7 +206,6 @@ struct Operation {
     std::function<std::string(DrmBackendWrapper&)> call;
     bool answersText = false;
 };
-void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
 
 const unsigned char kData[] = "d";
 const Operation kOperations[] = {
@@ -244,7 +239,6 @@ struct Failure {
     const char* status;
     Strings lines;
 };
-void PrintTo(const Failure& failure, std::ostream* out) { *out << failure.name; }
 
 const Failure kFailures[] = {
     {"Type3", [] { throw ExceptionBase(3, "bad"); }, "3", {"Exception type 3: bad"}},
