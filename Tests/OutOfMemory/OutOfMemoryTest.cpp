@@ -11,15 +11,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <type_traits>
 
 #include "OutOfMemory/CountingAllocator.h"
+#include "Support/LiveObjects.h"
 #include "Support/MediaStackMocks.h"
 #include "Tlog/Tlog.h"
 #include "Uva/UVABackendLibrary.h"
-#include "Uva/UVALiveObjects.h"
 #include "Uva/UVAMediaBackend.h"
 #include "Uva/UVAVideoBroadcastBackend.h"
 #include "Velmora/Callbacks.h"
@@ -276,15 +277,10 @@ UVADRMBackend* DrmKeySession(MediaStack& stack, Client& client, DrmClient& drmCl
 
 bool NothingAlive() {
     const UvaLiveObjects live = uvaLiveObjects();
-    if (live.Total() == 0) {
-        return true;
+    if (live.Total() != 0) {
+        std::cerr << "alive: " << ::testing::PrintToString(live) << '\n';
     }
-    std::fprintf(stderr,
-                 "alive: %ld events, %ld DRM events, %ld components, %ld back-ends, %ld DRM back-ends, "
-                 "%ld samples, %ld sources\n",
-                 live.events, live.drmEvents, live.components, live.backends, live.drmBackends, live.samples,
-                 live.sources);
-    return false;
+    return live.Total() == 0;
 }
 
 // One session; false with `fault` set when anything went wrong.
