@@ -29,12 +29,7 @@
 namespace {
 
 using OutOfMemory::Window;
-using ::testing::_;
-using ::testing::DoAll;
-using ::testing::NiceMock;
-using ::testing::Return;
-using ::testing::ReturnRef;
-using ::testing::SetArgReferee;
+using namespace ::testing;
 
 // The first thing that went wrong in the current session; a literal, so recording it never allocates.
 const char* fault;
@@ -278,7 +273,7 @@ UVADRMBackend* DrmKeySession(MediaStack& stack, Client& client, DrmClient& drmCl
 bool NothingAlive() {
     const UvaLiveObjects live = uvaLiveObjects();
     if (live.Total() != 0) {
-        std::cerr << "alive: " << ::testing::PrintToString(live) << '\n';
+        std::cerr << "alive: " << PrintToString(live) << '\n';
     }
     return live.Total() == 0;
 }

@@ -9,9 +9,7 @@
 
 namespace {
 
-using ::testing::_;
-using ::testing::ElementsAre;
-using ::testing::NiceMock;
+using namespace ::testing;
 using Velmora::AvComponentDescription;
 using Velmora::Wrapper::AvComponentWrapper;
 using VelmoraTest::LogLine;
@@ -55,7 +53,7 @@ TEST_F(AvComponentWrapperTest, Construct_DescriptionCopied) {
 
 TEST_F(AvComponentWrapperTest, Destroy_StateChangesReachNothing) {
     auto* wrapper = new AvComponentWrapper(&component);
-    const std::string address = ::testing::PrintToString(static_cast<const void*>(wrapper));
+    const std::string address = PrintToString(static_cast<const void*>(wrapper));
     wrapper->BackendMarkUnused();
     component.SetActive(true);  // must not touch the deleted wrapper
     EXPECT_EQ(component.state.num_slots(), 0u);

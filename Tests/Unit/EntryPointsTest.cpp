@@ -10,9 +10,7 @@
 
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
-using ::testing::IsEmpty;
+using namespace ::testing;
 using Velmora::Callbacks;
 using Velmora::SetCallbacks;
 
@@ -22,7 +20,7 @@ UVAClient* const kClient = reinterpret_cast<UVAClient*>(0x3000);
 UVADRMClient* const kDrmClient = reinterpret_cast<UVADRMClient*>(0x4000);
 
 // Starts every test from the table as the library has it at load time, and puts the table back after.
-class EntryPointsTest : public ::testing::Test {
+class EntryPointsTest : public Test {
 protected:
     EntryPointsTest() : saved_(Velmora::uvaCallbacks) { SetCallbacks(Callbacks{}); }
     ~EntryPointsTest() override { SetCallbacks(saved_); }

@@ -15,17 +15,12 @@
 
 namespace {
 
-using ::testing::_;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::Invoke;
-using ::testing::NiceMock;
-using ::testing::Return;
+using namespace ::testing;
 using Velmora::ExceptionBase;
 using Velmora::Wrapper::IntegrationLayer;
 using VelmoraTest::LogLine;
 
-std::string Text(const void* pointer) { return ::testing::PrintToString(pointer); }
+std::string Text(const void* pointer) { return PrintToString(pointer); }
 
 // The library started by its owner with a mocked media stack; the test plays the browser through the
 // exported functions.
@@ -102,7 +97,7 @@ struct CreationFailure {
     const char* drmLine;
 };
 
-class RegistryFailureTest : public RegistryTest, public ::testing::WithParamInterface<CreationFailure> {};
+class RegistryFailureTest : public RegistryTest, public WithParamInterface<CreationFailure> {};
 
 TEST_P(RegistryFailureTest, RequestBackend_StackThrows) {
     ON_CALL(*uva, CreateBackend(_)).WillByDefault(Invoke([](int) -> boost::shared_ptr<Velmora::IBackend> {
@@ -122,16 +117,16 @@ TEST_P(RegistryFailureTest, RequestBackend_StackThrows) {
                 Contains(LogLine(2, "RequestDrmBackend ------ Now added: 0. Number of backends in uvaDrmBackends: 0")));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    EveryFailureKind, RegistryFailureTest,
-    ::testing::Values(CreationFailure{"exception_base", [] { throw ExceptionBase(3, "no tuner"); },
-                                      "Exception type 3: no tuner", "Exception type 3: no tuner"},
-                      CreationFailure{"standard", [] { throw std::runtime_error("gone"); },
-                                      "RequestBackendvirtual function from IMediaBackend failed: gone",
-                                      "RequestDrmBackend virtual function from IDrmBackend failed: gone"},
-                      CreationFailure{"int", [] { throw 7; }, "Unknown exception caught in UVAWrapper::RequestBackend",
-                                      "Unknown exception caught in UVAWrapper::RequestDrmBackend"}),
-    [](const ::testing::TestParamInfo<CreationFailure>& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(EveryFailureKind, RegistryFailureTest,
+                         Values(CreationFailure{"exception_base", [] { throw ExceptionBase(3, "no tuner"); },
+                                                "Exception type 3: no tuner", "Exception type 3: no tuner"},
+                                CreationFailure{"standard", [] { throw std::runtime_error("gone"); },
+                                                "RequestBackendvirtual function from IMediaBackend failed: gone",
+                                                "RequestDrmBackend virtual function from IDrmBackend failed: gone"},
+                                CreationFailure{"int", [] { throw 7; },
+                                                "Unknown exception caught in UVAWrapper::RequestBackend",
+                                                "Unknown exception caught in UVAWrapper::RequestDrmBackend"}),
+                         [](const TestParamInfo<CreationFailure>& info) { return std::string(info.param.name); });
 
 TEST_F(RegistryTest, HandleLookup_WhileBroadcastBackendLives) {
     EXPECT_CALL(*uva, ConnectHandleLookup(_)).Times(2);
