@@ -20,14 +20,8 @@ protected:
 };
 
 TEST_F(AvComponentWrapperTest, Construct_DescriptionCopied) {
-    component.componentTag = 3;
-    component.aspectRatio = 1.5;
-    component.pid = 0x101;
-    component.audioChannels = 6;
-    component.encrypted = true;
-    component.audioDescription = 1;
-    component.hearingImpaired = 1;
-    component.index = 9;
+    component.componentTag = 3, component.aspectRatio = 1.5, component.pid = 0x101, component.audioChannels = 6;
+    component.encrypted = true, component.audioDescription = 1, component.hearingImpaired = 1, component.index = 9;
     component.SetText(&AvComponentDescription::encoding, "ac3");
     component.SetText(&AvComponentDescription::label, "Spanish");
     component.SetText(&AvComponentDescription::role, "main");
