@@ -11,14 +11,12 @@ namespace OutOfMemory {
 namespace {
 
 using MallocFunction = void* (*)(std::size_t);
-using CallocFunction = void* (*)(std::size_t, std::size_t);
 using ReallocFunction = void* (*)(void*, std::size_t);
 using FreeFunction = void (*)(void*);
 
 // The next allocator in line (the C library's, or the sanitizer's), found on first use. dlsym may itself
 // allocate while it looks: those few blocks come from a static arena and are never freed.
 MallocFunction nextMalloc;
-CallocFunction nextCalloc;
 ReallocFunction nextRealloc;
 FreeFunction nextFree;
 bool resolving;
@@ -46,7 +44,6 @@ void Resolve() {
     }
     resolving = true;
     nextMalloc = reinterpret_cast<MallocFunction>(dlsym(RTLD_NEXT, "malloc"));
-    nextCalloc = reinterpret_cast<CallocFunction>(dlsym(RTLD_NEXT, "calloc"));
     nextRealloc = reinterpret_cast<ReallocFunction>(dlsym(RTLD_NEXT, "realloc"));
     nextFree = reinterpret_cast<FreeFunction>(dlsym(RTLD_NEXT, "free"));
     resolving = false;
@@ -119,7 +116,6 @@ void Plan(unsigned long failAtCount, bool persistent) {
     liveCount = 0;
 }
 
-unsigned long Counted() { return counted; }
 bool Injected() { return injected; }
 std::size_t Outstanding() { return liveCount; }
 
@@ -146,16 +142,8 @@ void* malloc(std::size_t size) noexcept {
 }
 
 void* calloc(std::size_t count, std::size_t size) noexcept {
-    Resolve();
-    if (nextCalloc == nullptr) {
-        return FromArena(count * size);  // static storage: already zero
-    }
-    if (Fails()) {
-        return nullptr;
-    }
-    void* block = nextCalloc(count, size);
-    Track(block);
-    return block;
+    void* block = malloc(count * size);
+    return block == nullptr ? nullptr : std::memset(block, 0, count * size);
 }
 
 void* realloc(void* block, std::size_t size) noexcept {

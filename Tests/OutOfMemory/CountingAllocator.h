@@ -13,8 +13,7 @@ namespace OutOfMemory {
 // every later one as well.
 void Plan(unsigned long failAt, bool persistent);
 
-// Allocations counted since Plan, and whether one was made to fail.
-unsigned long Counted();
+// Whether an allocation was made to fail since Plan.
 bool Injected();
 
 // Allocations made inside a window and not freed since.

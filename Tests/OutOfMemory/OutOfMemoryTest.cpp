@@ -11,15 +11,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <type_traits>
 
 #include "OutOfMemory/CountingAllocator.h"
+#include "Support/LiveObjects.h"
 #include "Support/MediaStackMocks.h"
 #include "Tlog/Tlog.h"
 #include "Uva/UVABackendLibrary.h"
-#include "Uva/UVALiveObjects.h"
 #include "Uva/UVAMediaBackend.h"
 #include "Uva/UVAVideoBroadcastBackend.h"
 #include "Velmora/Callbacks.h"
@@ -28,12 +29,7 @@
 namespace {
 
 using OutOfMemory::Window;
-using ::testing::_;
-using ::testing::DoAll;
-using ::testing::NiceMock;
-using ::testing::Return;
-using ::testing::ReturnRef;
-using ::testing::SetArgReferee;
+using namespace ::testing;
 
 // The first thing that went wrong in the current session; a literal, so recording it never allocates.
 const char* fault;
@@ -77,7 +73,7 @@ void Raise(Mock& mock, Event* event) {
 
 // The browser's client: takes every event and deletes it at once, except the Media Source request it
 // answers later; notes the components it was shown; may release its back-end from inside the handler.
-class Client : public UVAClient {
+class Client : public UVAClient, public UVADRMClient {
 public:
     void handleEvent(UVAEvent* event) override {
         if (auto* changed = dynamic_cast<ComponentChangedEvent*>(event)) {
@@ -98,16 +94,12 @@ public:
     }
 
     UVADRMBackend* requestDRMBackend(const char*) override { return drmBackend; }
+    void handleDRMEvent(UVADRMEvent* event) override { delete event; }
 
     UVABackend::AVComponent* component = nullptr;
     NeedMSEDataEvent* needData = nullptr;
     UVABackend* releaseFromHandler = nullptr;
     UVADRMBackend* drmBackend = nullptr;
-};
-
-class DrmClient : public UVADRMClient {
-public:
-    void handleDRMEvent(UVADRMEvent* event) override { delete event; }
 };
 
 // The media stack's objects of one session, made outside the counted windows.
@@ -239,9 +231,9 @@ void BroadcastWithComponents(MediaStack& stack, Client& client) {
 }
 
 // Leaves the DRM back-end to the browser, which gives it to the media back-end asking for one.
-UVADRMBackend* DrmKeySession(MediaStack& stack, Client& client, DrmClient& drmClient) {
+UVADRMBackend* DrmKeySession(MediaStack& stack, Client& client) {
     UVADRMBackend* backend = nullptr;
-    Browser("UVADRM_RequestBackend", [&] { backend = UVADRM_RequestBackend("org.w3.clearkey", &drmClient); });
+    Browser("UVADRM_RequestBackend", [&] { backend = UVADRM_RequestBackend("org.w3.clearkey", &client); });
     if (backend == nullptr) {
         return nullptr;
     }
@@ -276,15 +268,10 @@ UVADRMBackend* DrmKeySession(MediaStack& stack, Client& client, DrmClient& drmCl
 
 bool NothingAlive() {
     const UvaLiveObjects live = uvaLiveObjects();
-    if (live.Total() == 0) {
-        return true;
+    if (live.Total() != 0) {
+        std::cerr << "alive: " << PrintToString(live) << '\n';
     }
-    std::fprintf(stderr,
-                 "alive: %ld events, %ld DRM events, %ld components, %ld back-ends, %ld DRM back-ends, "
-                 "%ld samples, %ld sources\n",
-                 live.events, live.drmEvents, live.components, live.backends, live.drmBackends, live.samples,
-                 live.sources);
-    return false;
+    return live.Total() == 0;
 }
 
 // One session; false with `fault` set when anything went wrong.
@@ -293,7 +280,6 @@ bool Session() {
     {
         MediaStack stack;
         Client client;
-        DrmClient drmClient;
         // The owner's own storage for the layer is not the library's to allocate.
         std::optional<Velmora::Wrapper::IntegrationLayer> owner;
         bool constructorThrew = false;
@@ -309,7 +295,7 @@ bool Session() {
             Fault("IntegrationLayer constructor: IUva not deleted exactly once");
         }
         if (owner) {
-            UVADRMBackend* const drmBackend = DrmKeySession(stack, client, drmClient);
+            UVADRMBackend* const drmBackend = DrmKeySession(stack, client);
             MediaWithUrl(stack, client);
             if (drmBackend != nullptr) {
                 Browser("UVADRM_ReleaseBackend", [&] { UVADRM_ReleaseBackend(drmBackend); });

@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 
+#include <boost/make_shared.hpp>
 #include <boost/signals2/signal.hpp>
 #include <cstdlib>
 #include <cstring>
@@ -184,9 +185,22 @@ public:
     MOCK_METHOD(boost::signals2::connection, ConnectStateChanged, (const StateSlot& slot), (override));
 };
 
+// Makes a mock back-end for every request by default, and keeps them in the order they were made.
 class MockUva : public Velmora::IUva {
 public:
-    MockUva() { ON_CALL(*this, ConnectHandleLookup).WillByDefault(ConnectsTo(handleLookups)); }
+    MockUva() {
+        ON_CALL(*this, ConnectHandleLookup).WillByDefault(ConnectsTo(handleLookups));
+        ON_CALL(*this, CreateBackend).WillByDefault([this](int type) -> boost::shared_ptr<Velmora::IBackend> {
+            if (type == UVABackend::TYPE_VIDEO_BROADCAST) {
+                return broadcasts.emplace_back(boost::make_shared<testing::NiceMock<MockVideoBroadcastBackend>>());
+            }
+            return medias.emplace_back(boost::make_shared<testing::NiceMock<MockMediaBackend>>());
+        });
+        ON_CALL(*this, CreateDrmBackend).WillByDefault([this](const std::string&) {
+            return boost::shared_ptr<Velmora::IDrmBackend>(
+                drms.emplace_back(boost::make_shared<testing::NiceMock<MockDrmBackend>>()));
+        });
+    }
     ~MockUva() override {
         if (onDestroyed) onDestroyed();
     }
@@ -201,6 +215,9 @@ public:
     boost::signals2::signal<void(void*, boost::shared_ptr<Velmora::IBackend>&)> handleLookups;
     // Set to observe the moment the library deletes the root object.
     std::function<void()> onDestroyed;
+    std::vector<boost::shared_ptr<testing::NiceMock<MockMediaBackend>>> medias;
+    std::vector<boost::shared_ptr<testing::NiceMock<MockVideoBroadcastBackend>>> broadcasts;
+    std::vector<boost::shared_ptr<testing::NiceMock<MockDrmBackend>>> drms;
 
     MOCK_METHOD(boost::shared_ptr<Velmora::IBackend>, CreateBackend, (int), (override));
     MOCK_METHOD(boost::shared_ptr<Velmora::IDrmBackend>, CreateDrmBackend, (const std::string&), (override));

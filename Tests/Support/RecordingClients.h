@@ -1,9 +1,7 @@
 #pragma once
 // Browser clients that keep what they were given. Events are owned, as the browser would own them,
-// and deleted with the client; a test can wait for events raised on another thread.
+// and deleted with the client.
 
-#include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -18,17 +16,8 @@ template <typename Event>
 class EventQueue {
 public:
     void Push(Event* event) {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            events_.emplace_back(event);
-        }
-        arrived_.notify_all();
-    }
-
-    // True when at least `count` events arrived within `timeout`.
-    bool WaitFor(std::size_t count, std::chrono::milliseconds timeout = std::chrono::seconds(5)) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        return arrived_.wait_for(lock, timeout, [&] { return events_.size() >= count; });
+        std::lock_guard<std::mutex> lock(mutex_);
+        events_.emplace_back(event);
     }
 
     std::size_t Count() const {
@@ -51,7 +40,6 @@ public:
 
 private:
     mutable std::mutex mutex_;
-    std::condition_variable arrived_;
     std::vector<std::unique_ptr<Event>> events_;
 };
 

@@ -9,9 +9,7 @@
 
 namespace {
 
-using ::testing::_;
-using ::testing::ElementsAre;
-using ::testing::NiceMock;
+using namespace ::testing;
 using Velmora::AvComponentDescription;
 using Velmora::Wrapper::AvComponentWrapper;
 using VelmoraTest::LogLine;
@@ -22,14 +20,8 @@ protected:
 };
 
 TEST_F(AvComponentWrapperTest, Construct_DescriptionCopied) {
-    component.componentTag = 3;
-    component.aspectRatio = 1.5;
-    component.pid = 0x101;
-    component.audioChannels = 6;
-    component.encrypted = true;
-    component.audioDescription = 1;
-    component.hearingImpaired = 1;
-    component.index = 9;
+    component.componentTag = 3, component.aspectRatio = 1.5, component.pid = 0x101, component.audioChannels = 6;
+    component.encrypted = true, component.audioDescription = 1, component.hearingImpaired = 1, component.index = 9;
     component.SetText(&AvComponentDescription::encoding, "ac3");
     component.SetText(&AvComponentDescription::label, "Spanish");
     component.SetText(&AvComponentDescription::role, "main");
@@ -55,7 +47,7 @@ TEST_F(AvComponentWrapperTest, Construct_DescriptionCopied) {
 
 TEST_F(AvComponentWrapperTest, Destroy_StateChangesReachNothing) {
     auto* wrapper = new AvComponentWrapper(&component);
-    const std::string address = ::testing::PrintToString(static_cast<const void*>(wrapper));
+    const std::string address = PrintToString(static_cast<const void*>(wrapper));
     wrapper->BackendMarkUnused();
     component.SetActive(true);  // must not touch the deleted wrapper
     EXPECT_EQ(component.state.num_slots(), 0u);

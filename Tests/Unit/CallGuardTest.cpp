@@ -11,8 +11,7 @@
 
 namespace {
 
-using ::testing::ElementsAreArray;
-using ::testing::IsEmpty;
+using namespace ::testing;
 using Velmora::ExceptionBase;
 using Velmora::GenericErrorException;
 using Velmora::Wrapper::CallPolicy;
@@ -41,12 +40,10 @@ struct FailureCase {
     std::vector<Line> lines;  // for an operation answering a status; the others stop after the first line
 };
 
-void PrintTo(const FailureCase& failure, std::ostream* out) { *out << failure.name; }
-
-class CallGuardTest : public ::testing::TestWithParam<FailureCase> {
+class CallGuardTest : public TestWithParam<FailureCase> {
 protected:
-    std::vector<::testing::Matcher<Tlog::Record>> Expected(std::size_t count) const {
-        std::vector<::testing::Matcher<Tlog::Record>> matchers;
+    std::vector<Matcher<Tlog::Record>> Expected(std::size_t count) const {
+        std::vector<Matcher<Tlog::Record>> matchers;
         for (std::size_t index = 0; index < count && index < GetParam().lines.size(); ++index) {
             matchers.push_back(VelmoraTest::LogLine(GetParam().lines[index].level, GetParam().lines[index].text));
         }
@@ -95,7 +92,7 @@ const FailureCase kFailures[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(EveryFailureKind, CallGuardTest, ::testing::ValuesIn(kFailures),
+INSTANTIATE_TEST_SUITE_P(EveryFailureKind, CallGuardTest, ValuesIn(kFailures),
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST(CallGuardPolicyTest, Policy_LevelAndTexts) {

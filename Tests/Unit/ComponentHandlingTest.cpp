@@ -63,8 +63,6 @@ struct Kind {
     bool tracesSelected;  // a selected component's address is logged at level 2
 };
 
-void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
-
 const Kind kKinds[] = {
     {"media",
      [](UVAClient* client) -> std::unique_ptr<Side> {

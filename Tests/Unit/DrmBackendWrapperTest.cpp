@@ -20,12 +20,11 @@ namespace {
 
 using namespace std::string_literals;
 using namespace Velmora;
-using ::testing::ElementsAre;
-using ::testing::StartsWith;
+using namespace ::testing;
 using Velmora::Wrapper::DrmBackendWrapper;
-using Bytes = boost::shared_ptr<unsigned char>;
+using Block = boost::shared_ptr<unsigned char>;
 using Strings = std::vector<std::string>;
-using VelmoraTest::Describe;
+using namespace VelmoraTest;
 
 template <typename Value>
 std::string Str(const Value& value) {
@@ -34,18 +33,14 @@ std::string Str(const Value& value) {
     return text.str();
 }
 
-Bytes Shared(const std::string& bytes) {
-    Bytes copy(new unsigned char[bytes.size()], boost::checked_array_deleter<unsigned char>());
+Block Shared(const std::string& bytes) {
+    Block copy(new unsigned char[bytes.size()], boost::checked_array_deleter<unsigned char>());
     std::memcpy(copy.get(), bytes.data(), bytes.size());
     return copy;
 }
 
-std::string Block(const unsigned char* bytes, std::uint32_t size) {
-    return size == 0 ? "" : std::string(bytes, bytes + size);
-}
-
 // A DRM back-end that keeps what reaches it and answers `answer`, or fails through `failure`.
-class DrmBackendWrapperTest : public VelmoraTest::LiveObjectsTest {
+class DrmBackendWrapperTest : public LiveObjectsTest {
 protected:
     DrmBackendWrapperTest() {
         auto respond = [this](const auto&... arguments) {
@@ -67,7 +62,7 @@ protected:
         log.Clear();
     }
 
-    void Keep(const Bytes& bytes) { blocks.push_back(bytes); }
+    void Keep(const Block& bytes) { blocks.push_back(bytes); }
     void Keep(const std::string& text) { texts.push_back(text); }
     void Keep(std::uint32_t) {}
 
@@ -85,11 +80,10 @@ protected:
     bool answer = true;
     std::function<void()> failure;
     int calls = 0;
-    std::vector<Bytes> blocks;
+    std::vector<Block> blocks;
     Strings texts;
-    boost::shared_ptr<testing::NiceMock<VelmoraTest::MockDrmBackend>> impl =
-        boost::make_shared<testing::NiceMock<VelmoraTest::MockDrmBackend>>();
-    VelmoraTest::RecordingDrmClient client;
+    boost::shared_ptr<NiceMock<MockDrmBackend>> impl = boost::make_shared<NiceMock<MockDrmBackend>>();
+    RecordingDrmClient client;
     std::unique_ptr<DrmBackendWrapper> wrapper;
 };
 
@@ -108,9 +102,8 @@ struct EventCase {
     std::function<DrmBackendEvent*()> make;
     std::string browserEvent;
 };
-void PrintTo(const EventCase& event, std::ostream* out) { *out << event.name; }
 
-class DrmEventTest : public DrmBackendWrapperTest, public testing::WithParamInterface<EventCase> {};
+class DrmEventTest : public DrmBackendWrapperTest, public WithParamInterface<EventCase> {};
 
 TEST_P(DrmEventTest, Deliver_KnownType) {
     impl->Raise(GetParam().make());  // the media stack's event and its texts are gone after this
@@ -120,20 +113,20 @@ TEST_P(DrmEventTest, Deliver_KnownType) {
 
 INSTANTIATE_TEST_SUITE_P(
     Events, DrmEventTest,
-    testing::Values(
-        EventCase{"NeedKey", [] { return new UvaNeedKeyDRMEvent("ks", "s1", false, Shared("i\0d"s), 3, true); },
-                  "0 ks s1 1 init i\0d/3 1"s},
-        EventCase{"NeedKeyNulls", [] { return new UvaNeedKeyDRMEvent(nullptr, nullptr, true, Bytes(), 0, false); },
-                  "0 null null 1 init /0 0"},
-        EventCase{"KeyMessage", [] { return new UvaKeyMessageDrmEvent("ks", "s2", true, "u", Shared("m\0g"s), 3); },
-                  "1 ks s2 1 message m\0g/3 url u"s},
-        EventCase{"KeyMessageNullUrl", [] { return new UvaKeyMessageDrmEvent("ks", "", false, nullptr, Bytes(), 0); },
-                  "1 ks  0 message /0 url null"},
-        EventCase{"KeyComplete", [] { return new UvaKeyCompleteDrmEvent("ks", "s3", true); }, "2 ks s3 1"},
-        EventCase{"KeyError", [] { return new UvaKeyErrorDrmEvent("ks", "s4", false, -7, 65535); },
-                  "3 ks s4 0 error -7 65535"},
-        EventCase{"Result", [] { return new UvaResultMessageDrmEvent("ks", "s5", true, "done", 2.5); },
-                  "4 ks s5 1 result done 2.5"}),
+    Values(EventCase{"NeedKey", [] { return new UvaNeedKeyDRMEvent("ks", "s1", false, Shared("i\0d"s), 3, true); },
+                     "0 ks s1 1 init i\0d/3 1"s},
+           EventCase{"NeedKeyNulls", [] { return new UvaNeedKeyDRMEvent(nullptr, nullptr, true, Block(), 0, false); },
+                     "0 null null 1 init /0 0"},
+           EventCase{"KeyMessage", [] { return new UvaKeyMessageDrmEvent("ks", "s2", true, "u", Shared("m\0g"s), 3); },
+                     "1 ks s2 1 message m\0g/3 url u"s},
+           EventCase{"KeyMessageNullUrl",
+                     [] { return new UvaKeyMessageDrmEvent("ks", "", false, nullptr, Block(), 0); },
+                     "1 ks  0 message /0 url null"},
+           EventCase{"KeyComplete", [] { return new UvaKeyCompleteDrmEvent("ks", "s3", true); }, "2 ks s3 1"},
+           EventCase{"KeyError", [] { return new UvaKeyErrorDrmEvent("ks", "s4", false, -7, 65535); },
+                     "3 ks s4 0 error -7 65535"},
+           EventCase{"Result", [] { return new UvaResultMessageDrmEvent("ks", "s5", true, "done", 2.5); },
+                     "4 ks s5 1 result done 2.5"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(DrmBackendWrapperTest, Deliver_UnknownTypeOrWrongClass) {
@@ -159,7 +152,7 @@ TEST_F(DrmBackendWrapperTest, addKey_BlocksCopied) {
     delete[] key;
     delete[] initData;
     ASSERT_EQ(blocks.size(), 3u);
-    EXPECT_EQ(Block(blocks[0].get(), 4) + Block(blocks[1].get(), 2), "k1\0xab"s);
+    EXPECT_EQ(Bytes(blocks[0].get(), 4) + Bytes(blocks[1].get(), 2), "k1\0xab"s);
     EXPECT_NE(blocks[2], nullptr) << "an empty array, not a null one";
     EXPECT_EQ(texts, Strings({"", "s9"}));
 }
@@ -172,7 +165,7 @@ TEST_F(DrmBackendWrapperTest, addKey_TraceStopsAtZeroOrEnd) {
     EXPECT_EQ(Lines(2),
               Strings({Entry("generateKeyRequest") + " Value of init_data is : ab Value of init_data_size is : 5",
                        Entry("addKey") + " Key value: key; ; key_size: 3 Value of init_data is : "}));
-    EXPECT_EQ(Block(blocks[0].get(), 5), "ab\0cd"s);
+    EXPECT_EQ(Bytes(blocks[0].get(), 5), "ab\0cd"s);
 }
 
 TEST_F(DrmBackendWrapperTest, getId_BackendsOwnText) {
@@ -199,7 +192,7 @@ TEST_F(DrmBackendWrapperTest, getDecrypter_Refused) {
     const UVA_STATUS statuses[] = {wrapper->getDecrypter(decrypter, nullptr, 0, true),
                                    wrapper->releaseDecrypter(decrypter), wrapper->onInitData(nullptr, 0)};
     wrapper->stopDecrypters();
-    EXPECT_THAT(statuses, testing::Each(UVA_STATUS_ERROR_2));
+    EXPECT_THAT(statuses, Each(UVA_STATUS_ERROR_2));
     EXPECT_EQ(decrypter, given);
     EXPECT_EQ(Lines(2), Strings({"getDecrypter", "releaseDecrypter", "onInitData", "stopDecrypters"}));
     EXPECT_EQ(calls, 0);
@@ -210,7 +203,6 @@ struct Operation {
     std::function<std::string(DrmBackendWrapper&)> call;
     bool answersText = false;
 };
-void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
 
 const unsigned char kData[] = "d";
 const Operation kOperations[] = {
@@ -244,7 +236,6 @@ struct Failure {
     const char* status;
     Strings lines;
 };
-void PrintTo(const Failure& failure, std::ostream* out) { *out << failure.name; }
 
 const Failure kFailures[] = {
     {"Type3", [] { throw ExceptionBase(3, "bad"); }, "3", {"Exception type 3: bad"}},
@@ -252,8 +243,7 @@ const Failure kFailures[] = {
     {"Standard", [] { throw std::runtime_error("boom"); }, "0", {"virtual function from IDrmBackend failed: boom"}},
 };
 
-class DrmFailureTest : public DrmBackendWrapperTest,
-                       public testing::WithParamInterface<std::tuple<Operation, Failure>> {};
+class DrmFailureTest : public DrmBackendWrapperTest, public WithParamInterface<std::tuple<Operation, Failure>> {};
 
 // Identities answer "NA" to every failure; a text has no status, so their error type is not mapped.
 TEST_P(DrmFailureTest, Forward_StackThrows) {
@@ -266,8 +256,7 @@ TEST_P(DrmFailureTest, Forward_StackThrows) {
     EXPECT_THAT(Lines(2), ElementsAre(StartsWith(Entry(operation.name))));
 }
 
-INSTANTIATE_TEST_SUITE_P(Matrix, DrmFailureTest,
-                         testing::Combine(testing::ValuesIn(kOperations), testing::ValuesIn(kFailures)),
+INSTANTIATE_TEST_SUITE_P(Matrix, DrmFailureTest, Combine(ValuesIn(kOperations), ValuesIn(kFailures)),
                          [](const auto& info) {
                              return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
                          });

@@ -10,9 +10,7 @@
 
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
-using ::testing::IsEmpty;
+using namespace ::testing;
 using Velmora::Callbacks;
 using Velmora::SetCallbacks;
 
@@ -22,7 +20,7 @@ UVAClient* const kClient = reinterpret_cast<UVAClient*>(0x3000);
 UVADRMClient* const kDrmClient = reinterpret_cast<UVADRMClient*>(0x4000);
 
 // Starts every test from the table as the library has it at load time, and puts the table back after.
-class EntryPointsTest : public ::testing::Test {
+class EntryPointsTest : public Test {
 protected:
     EntryPointsTest() : saved_(Velmora::uvaCallbacks) { SetCallbacks(Callbacks{}); }
     ~EntryPointsTest() override { SetCallbacks(saved_); }
@@ -31,25 +29,20 @@ protected:
     Callbacks RecordingTable() {
         Callbacks table;
         table.requestBackend = [this](UVABackend::UVABackendType type, UVAClient* client) {
-            calls.push_back("request " + std::to_string(type) + (client == kClient ? " client" : " other"));
-            return kBackend;
+            return calls.push_back("request " + std::to_string(type) + (client == kClient ? " client" : " other")),
+                   kBackend;
         };
         table.releaseBackend = [this](UVABackend* backend) {
-            calls.push_back(backend == kBackend ? "release backend" : "release other");
-            return UVA_STATUS_ERROR_3;
+            return calls.push_back(backend == kBackend ? "release backend" : "release other"), UVA_STATUS_ERROR_3;
         };
         table.requestDrmBackend = [this](const char* id, UVADRMClient* client) {
-            calls.push_back(std::string("drm request ") + id + (client == kDrmClient ? " client" : " other"));
-            return kDrmBackend;
+            return calls.push_back(std::string("drm request ") + id + (client == kDrmClient ? " client" : " other")),
+                   kDrmBackend;
         };
         table.releaseDrmBackend = [this](UVADRMBackend* backend) {
-            calls.push_back(backend == kDrmBackend ? "drm release backend" : "drm release other");
-            return UVA_STATUS_OK;
+            return calls.push_back(backend == kDrmBackend ? "drm release backend" : "drm release other"), UVA_STATUS_OK;
         };
-        table.getSupportedBackendIDs = [this](const char**&) {
-            calls.push_back("ids");
-            return UVA_STATUS_ERROR_2;
-        };
+        table.getSupportedBackendIDs = [this](const char**&) { return calls.push_back("ids"), UVA_STATUS_ERROR_2; };
         return table;
     }
 

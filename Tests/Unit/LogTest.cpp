@@ -10,15 +10,14 @@
 
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using namespace ::testing;
 using Velmora::Wrapper::LogFileName;
 using Velmora::Wrapper::LogSite;
 using VelmoraTest::LogLine;
 
 constexpr LogFileName kTestLogFile{"Velmora::LogTest", "Src/Wrapper/LogTest"};
 
-class LogTest : public ::testing::Test {
+class LogTest : public Test {
 protected:
     VelmoraTest::LogCapture log;
     const LogSite site{kTestLogFile, __LINE__};
@@ -77,9 +76,9 @@ TEST_F(LogTest, ResetThresholds_Environment) {
              "default=5,Velmora::LogTest=2,Velmora::Wrapper:Drm=1,default=x,Velmora::Elsewhere=3x,junk,=2,"
              "Velmora::Elsewhere=2147483648",
              1);
-    testing::internal::CaptureStderr();
+    internal::CaptureStderr();
     Tlog::ResetThresholds();
-    const std::string warning = testing::internal::GetCapturedStderr();
+    const std::string warning = internal::GetCapturedStderr();
     ::unsetenv("TLOG_LEVELS");
     EXPECT_EQ(warning,
               "TLOG_LEVELS: ignoring \"default=x\", \"Velmora::Elsewhere=3x\", \"junk\", \"=2\", "

@@ -25,9 +25,7 @@ namespace Stack = Velmora;  // the media stack's side
 using Stack::BackendEvent;
 using Stack::ExceptionBase;
 using Velmora::Wrapper::MediaBackendWrapper;
-using VelmoraTest::Bytes;
-using VelmoraTest::LogLine;
-using VelmoraTest::MockMediaBackend;
+using namespace VelmoraTest;
 using Lines = std::vector<Matcher<Tlog::Record>>;
 using Source = UVABackend::SourceDescription;
 using Streaming = Velmora::IBackend::SourceDescriptionOperaStreaming;
@@ -37,7 +35,7 @@ using BackendStreaming = const Velmora::IBackend::SourceDescriptionBackendStream
 constexpr UVA_STATUS kOk = UVA_STATUS_OK;
 constexpr UVA_STATUS kNo = UVA_STATUS_ERROR;
 
-class MediaWrapperTest : public VelmoraTest::LiveObjectsTest {
+class MediaWrapperTest : public LiveObjectsTest {
 protected:
     MediaBackendWrapper& Wrapper() {
         if (wrapper == nullptr) {
@@ -49,7 +47,7 @@ protected:
 
     boost::shared_ptr<NiceMock<MockMediaBackend>> media = boost::make_shared<NiceMock<MockMediaBackend>>();
     boost::shared_ptr<Velmora::IBackend> backend = media;
-    VelmoraTest::RecordingClient client;
+    RecordingClient client;
     std::unique_ptr<MediaBackendWrapper> wrapper;
 };
 
@@ -159,7 +157,7 @@ TEST_P(MediaFailureTest, Forward_StackThrows) {
     if (failure.raise) {
         forwarder.expect(*media, Answer{true, failure.raise});
     } else {
-        backend = boost::make_shared<NiceMock<VelmoraTest::MockVideoBroadcastBackend>>();
+        backend = boost::make_shared<NiceMock<MockVideoBroadcastBackend>>();
     }
     EXPECT_EQ(forwarder.call(Wrapper()), failure.status);
     EXPECT_THAT(MediaLog(), ElementsAre(LogLine(failure.standard ? 5 : forwarder.exceptionLevel,
@@ -184,7 +182,7 @@ TEST_F(MediaWrapperTest, Destroy_ReleasesBackEndBeforeUnsubscribing) {
     auto owner = std::make_unique<MediaBackendWrapper>(held, UVABackend::TYPE_MEDIA, &client);
     {
         const MediaBackendWrapper withoutClient(held, UVABackend::TYPE_MEDIA, nullptr);
-        const MediaBackendWrapper notMedia(boost::make_shared<NiceMock<VelmoraTest::MockVideoBroadcastBackend>>(),
+        const MediaBackendWrapper notMedia(boost::make_shared<NiceMock<MockVideoBroadcastBackend>>(),
                                            UVABackend::TYPE_MEDIA, &client);
         EXPECT_EQ(held->events.num_slots() + held->drmRequests.num_slots(), 2u);
         EXPECT_EQ(owner->GetMediaBackendImpl(), held);
@@ -357,7 +355,7 @@ TEST_F(MediaWrapperTest, getTimeRanges_NullTerminated) {
 
 // The media stack asks for the DRM back-end of a key system; it gets the one behind the browser's choice.
 TEST_F(MediaWrapperTest, RequestDrmBackend_BrowsersChoice) {
-    auto drm = boost::make_shared<NiceMock<VelmoraTest::MockDrmBackend>>();
+    auto drm = boost::make_shared<NiceMock<MockDrmBackend>>();
     Velmora::Wrapper::DrmBackendWrapper chosen(drm, nullptr);
     Wrapper();
     EXPECT_EQ(media->RequestDrmBackend(""), nullptr);
@@ -425,7 +423,7 @@ TEST_P(MediaEventTest, Raise_EveryCode) {
         expected.push_back(LogLine(4, "MediaBackendEvent not handled. Event ID: " + name));
     }
     ASSERT_EQ(client.events.Count(), GetParam().delivered.empty() ? 0u : 1u);
-    EXPECT_EQ(client.events.Count() == 0 ? "" : VelmoraTest::Describe(client.events.At(0)), GetParam().delivered);
+    EXPECT_EQ(client.events.Count() == 0 ? "" : Describe(client.events.At(0)), GetParam().delivered);
     EXPECT_THAT(MediaLog(), ElementsAreArray(expected));
 }
 

@@ -32,8 +32,6 @@ struct ProtocolCase {
     std::size_t deletedAfterStep;  // index of the step after which the component is gone
 };
 
-void PrintTo(const ProtocolCase& protocol, std::ostream* out) { *out << protocol.name; }
-
 class ComponentProtocolTest : public VelmoraTest::LiveObjectsTest,
                               public ::testing::WithParamInterface<ProtocolCase> {};
 

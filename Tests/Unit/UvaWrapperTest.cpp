@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <boost/make_shared.hpp>
 #include <memory>
 #include <stdexcept>
 
@@ -16,35 +15,18 @@
 
 namespace {
 
-using ::testing::_;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::Invoke;
-using ::testing::NiceMock;
-using ::testing::Return;
+using namespace ::testing;
 using Velmora::ExceptionBase;
 using Velmora::Wrapper::IntegrationLayer;
 using VelmoraTest::LogLine;
 
-std::string Text(const void* pointer) { return ::testing::PrintToString(pointer); }
+std::string Text(const void* pointer) { return PrintToString(pointer); }
 
 // The library started by its owner with a mocked media stack; the test plays the browser through the
 // exported functions.
 class RegistryTest : public VelmoraTest::LiveObjectsTest {
 protected:
     RegistryTest() : saved_(Velmora::uvaCallbacks), uva(new NiceMock<VelmoraTest::MockUva>) {
-        ON_CALL(*uva, CreateBackend(_)).WillByDefault(Invoke([this](int type) -> boost::shared_ptr<Velmora::IBackend> {
-            if (type == UVABackend::TYPE_VIDEO_BROADCAST) {
-                broadcasts.push_back(boost::make_shared<NiceMock<VelmoraTest::MockVideoBroadcastBackend>>());
-                return broadcasts.back();
-            }
-            medias.push_back(boost::make_shared<NiceMock<VelmoraTest::MockMediaBackend>>());
-            return medias.back();
-        }));
-        ON_CALL(*uva, CreateDrmBackend(_)).WillByDefault(Invoke([this](const std::string&) {
-            drms.push_back(boost::make_shared<NiceMock<VelmoraTest::MockDrmBackend>>());
-            return boost::shared_ptr<Velmora::IDrmBackend>(drms.back());
-        }));
         layer = std::make_unique<IntegrationLayer>(uva);
         log.Clear();
     }
@@ -61,9 +43,6 @@ protected:
 
     Velmora::Callbacks saved_;
     NiceMock<VelmoraTest::MockUva>* uva;  // owned by the library
-    std::vector<boost::shared_ptr<NiceMock<VelmoraTest::MockMediaBackend>>> medias;
-    std::vector<boost::shared_ptr<NiceMock<VelmoraTest::MockVideoBroadcastBackend>>> broadcasts;
-    std::vector<boost::shared_ptr<NiceMock<VelmoraTest::MockDrmBackend>>> drms;
     VelmoraTest::RecordingClient client;
     VelmoraTest::RecordingDrmClient drmClient;
     std::unique_ptr<IntegrationLayer> layer;
@@ -78,7 +57,7 @@ TEST_F(RegistryTest, RequestBackend_ActiveUntilReleased) {
     UVABackend* backend = Request(UVABackend::TYPE_MEDIA_SOURCE);
     ASSERT_NE(backend, nullptr);
     EXPECT_EQ(backend->getType(), UVABackend::TYPE_MEDIA_SOURCE);
-    EXPECT_EQ(layer->GetActiveMediaBackendImpl(), medias.at(1));
+    EXPECT_EQ(layer->GetActiveMediaBackendImpl(), uva->medias.at(1));
     EXPECT_EQ(UVA_ReleaseBackend(backend), UVA_STATUS_OK);
     EXPECT_FALSE(layer->GetActiveMediaBackendImpl());
     EXPECT_EQ(UVA_ReleaseBackend(older), UVA_STATUS_OK);
@@ -118,9 +97,7 @@ struct CreationFailure {
     const char* drmLine;
 };
 
-void PrintTo(const CreationFailure& failure, std::ostream* out) { *out << failure.name; }
-
-class RegistryFailureTest : public RegistryTest, public ::testing::WithParamInterface<CreationFailure> {};
+class RegistryFailureTest : public RegistryTest, public WithParamInterface<CreationFailure> {};
 
 TEST_P(RegistryFailureTest, RequestBackend_StackThrows) {
     ON_CALL(*uva, CreateBackend(_)).WillByDefault(Invoke([](int) -> boost::shared_ptr<Velmora::IBackend> {
@@ -140,16 +117,16 @@ TEST_P(RegistryFailureTest, RequestBackend_StackThrows) {
                 Contains(LogLine(2, "RequestDrmBackend ------ Now added: 0. Number of backends in uvaDrmBackends: 0")));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    EveryFailureKind, RegistryFailureTest,
-    ::testing::Values(CreationFailure{"exception_base", [] { throw ExceptionBase(3, "no tuner"); },
-                                      "Exception type 3: no tuner", "Exception type 3: no tuner"},
-                      CreationFailure{"standard", [] { throw std::runtime_error("gone"); },
-                                      "RequestBackendvirtual function from IMediaBackend failed: gone",
-                                      "RequestDrmBackend virtual function from IDrmBackend failed: gone"},
-                      CreationFailure{"int", [] { throw 7; }, "Unknown exception caught in UVAWrapper::RequestBackend",
-                                      "Unknown exception caught in UVAWrapper::RequestDrmBackend"}),
-    [](const ::testing::TestParamInfo<CreationFailure>& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(EveryFailureKind, RegistryFailureTest,
+                         Values(CreationFailure{"exception_base", [] { throw ExceptionBase(3, "no tuner"); },
+                                                "Exception type 3: no tuner", "Exception type 3: no tuner"},
+                                CreationFailure{"standard", [] { throw std::runtime_error("gone"); },
+                                                "RequestBackendvirtual function from IMediaBackend failed: gone",
+                                                "RequestDrmBackend virtual function from IDrmBackend failed: gone"},
+                                CreationFailure{"int", [] { throw 7; },
+                                                "Unknown exception caught in UVAWrapper::RequestBackend",
+                                                "Unknown exception caught in UVAWrapper::RequestDrmBackend"}),
+                         [](const TestParamInfo<CreationFailure>& info) { return std::string(info.param.name); });
 
 TEST_F(RegistryTest, HandleLookup_WhileBroadcastBackendLives) {
     EXPECT_CALL(*uva, ConnectHandleLookup(_)).Times(2);
@@ -157,8 +134,8 @@ TEST_F(RegistryTest, HandleLookup_WhileBroadcastBackendLives) {
     auto* second = static_cast<UVAVideoBroadcastBackend*>(Request(UVABackend::TYPE_VIDEO_BROADCAST));
     int handle = 0;
     second->setWindowId(&handle);
-    EXPECT_EQ(uva->LookUp(&handle), broadcasts.at(1));
-    EXPECT_EQ(layer->GetActiveVideoBroadcastImpl(), broadcasts.at(1));
+    EXPECT_EQ(uva->LookUp(&handle), uva->broadcasts.at(1));
+    EXPECT_EQ(layer->GetActiveVideoBroadcastImpl(), uva->broadcasts.at(1));
     int unknown = 0;
     EXPECT_FALSE(uva->LookUp(&unknown));
     EXPECT_THAT(Lines(), Contains(LogLine(5, "GetBackendByVideoBroadcastHandle: dynamic cast failed! ")));

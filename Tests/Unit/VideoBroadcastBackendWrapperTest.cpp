@@ -38,21 +38,14 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
 
 namespace {
 
-using ::testing::_;
-using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
-using ::testing::IsEmpty;
-using ::testing::IsSupersetOf;
-using ::testing::ValuesIn;
+using namespace ::testing;
 using Velmora::BackendEvent;
 using Velmora::ExceptionBase;
-using VelmoraTest::Describe;
-using VelmoraTest::LogLine;
-using VelmoraTest::Text;
-using Mock = ::testing::NiceMock<VelmoraTest::MockVideoBroadcastBackend>;
+using namespace VelmoraTest;
+using Mock = NiceMock<MockVideoBroadcastBackend>;
 using Broadcast = Velmora::Wrapper::VideoBroadcastBackendWrapper;
 using Hook = std::function<void()>;  // runs first inside the media stack's operation; a failing one throws
-using Lines = std::vector<::testing::Matcher<Tlog::Record>>;
+using Lines = std::vector<Matcher<Tlog::Record>>;
 using Component = UVABackend::AVComponent;
 
 const boost::shared_ptr<int> kChannel = boost::make_shared<int>(7);
@@ -173,15 +166,15 @@ const Operation kOperations[] = {
      Reads(&Broadcast::getRecordingState, Broadcast::RECORDING_STARTED)},
 };
 
-class BroadcastTest : public VelmoraTest::LiveObjectsTest {
+class BroadcastTest : public LiveObjectsTest {
 protected:
     boost::shared_ptr<Mock> backend = boost::make_shared<Mock>();
-    ::testing::NiceMock<VelmoraTest::MockAvComponent> component;
-    VelmoraTest::RecordingClient client;
+    NiceMock<MockAvComponent> component;
+    RecordingClient client;
     std::unique_ptr<Broadcast> wrapper = std::make_unique<Broadcast>(backend, &client);
 };
 
-class ForwardingTest : public BroadcastTest, public ::testing::WithParamInterface<Operation> {};
+class ForwardingTest : public BroadcastTest, public WithParamInterface<Operation> {};
 
 TEST_P(ForwardingTest, Forward_StackAnswers) {
     GetParam().expect(*backend, [] {});
@@ -213,13 +206,10 @@ const Failure kFailures[] = {
     {"no_backend", nullptr, UVA_STATUS_ERROR, [](auto& op) { return Typed(op, 1, kCastFailed); },
      [] { return boost::shared_ptr<Velmora::IBackend>(); }},
     {"media_backend", nullptr, UVA_STATUS_ERROR, [](auto& op) { return Typed(op, 1, kCastFailed); },
-     [] {
-         return boost::shared_ptr<Velmora::IBackend>(
-             boost::make_shared<::testing::NiceMock<VelmoraTest::MockMediaBackend>>());
-     }},
+     [] { return boost::shared_ptr<Velmora::IBackend>(boost::make_shared<NiceMock<MockMediaBackend>>()); }},
 };
 
-class FailureTest : public BroadcastTest, public ::testing::WithParamInterface<std::tuple<Operation, Failure>> {};
+class FailureTest : public BroadcastTest, public WithParamInterface<std::tuple<Operation, Failure>> {};
 
 TEST_P(FailureTest, Forward_StackThrows) {
     const auto& [operation, failure] = GetParam();
@@ -232,8 +222,8 @@ TEST_P(FailureTest, Forward_StackThrows) {
     EXPECT_THAT(log.Records("Velmora::VB"), ElementsAreArray(failure.lines(operation)));
 }
 
-INSTANTIATE_TEST_SUITE_P(EveryOperationAndFailure, FailureTest,
-                         ::testing::Combine(ValuesIn(kOperations), ValuesIn(kFailures)), [](const auto& info) {
+INSTANTIATE_TEST_SUITE_P(EveryOperationAndFailure, FailureTest, Combine(ValuesIn(kOperations), ValuesIn(kFailures)),
+                         [](const auto& info) {
                              return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
                          });
 
@@ -289,7 +279,7 @@ struct Translation {
     std::string thrown = "";           // back to the media stack
 };
 
-class TranslationTest : public BroadcastTest, public ::testing::WithParamInterface<Translation> {};
+class TranslationTest : public BroadcastTest, public WithParamInterface<Translation> {};
 
 TEST_P(TranslationTest, Raise_EveryCode) {
     std::string thrown;
