@@ -530,6 +530,8 @@ bool GstMediaBackend::SetPosition(double position) {
         }
         seekPending = true;
         heldPosition = position;
+        settledAfterSeek = false;
+        seekStarted = std::chrono::steady_clock::now();
         currentRate = rate;
         restart = mediaSource;
         for (auto& [id, source] : sources) {
@@ -645,18 +647,38 @@ void GstMediaBackend::SetKeySystem(std::string /*keySystem*/) {
 // ---- Queries --------------------------------------------------------------------------------------
 
 bool GstMediaBackend::GetPosition(double& position) {
+    std::optional<double> held;
+    std::chrono::steady_clock::time_point heldSince;
+    double heldRate = 1.0;
     {
         const std::lock_guard<std::mutex> lock(mutex);
-        if (heldPosition) {
+        if (heldPosition && !settledAfterSeek) {
             position = *heldPosition;
             return true;
         }
+        held = heldPosition;
+        heldSince = seekStarted;
+        heldRate = rate;
     }
     gint64 now = 0;
-    if (!gst_element_query_position(Pipeline(), GST_FORMAT_TIME, &now) || now < 0) {
+    const bool known = gst_element_query_position(Pipeline(), GST_FORMAT_TIME, &now) && now >= 0;
+    const double queried = static_cast<double>(now) / GST_SECOND;
+    if (held) {
+        // Played on since the seek at most at the rate, with a second's slack for the sinks' latency.
+        const double played = std::chrono::duration<double>(std::chrono::steady_clock::now() - heldSince).count();
+        if (!known || queried < *held - 0.1 || queried > *held + played * heldRate + 1.0) {
+            position = *held;
+            return true;
+        }
+        const std::lock_guard<std::mutex> lock(mutex);
+        if (seekStarted == heldSince) {
+            heldPosition.reset();
+        }
+    }
+    if (!known) {
         return false;
     }
-    position = static_cast<double>(now) / GST_SECOND;
+    position = queried;
     return true;
 }
 
@@ -979,7 +1001,7 @@ void GstMediaBackend::Dispatch(GstMessage* message) {
                 seeked = seekPending;
                 seekPending = false;
                 if (pending == GST_STATE_VOID_PENDING) {
-                    heldPosition.reset();
+                    settledAfterSeek = true;
                 }
             }
             AnnounceDuration();
@@ -995,7 +1017,7 @@ void GstMediaBackend::Dispatch(GstMessage* message) {
             // The pipeline's own change after the seek completed: its sinks run on the new timeline.
             if (GST_MESSAGE_SRC(message) == GST_OBJECT_CAST(pipeline) && pending == GST_STATE_VOID_PENDING &&
                 !seekPending) {
-                heldPosition.reset();
+                settledAfterSeek = true;
             }
             break;
         }

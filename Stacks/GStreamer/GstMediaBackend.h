@@ -28,6 +28,7 @@
 
 #include <atomic>
 #include <boost/signals2/signal.hpp>
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <map>
@@ -154,9 +155,12 @@ private:
     GstElement* pipeline = nullptr;
     bool mediaSource = false;
     bool seekPending = false;
-    // A seek's target is the position until the pipeline has settled after it: while it goes back to
-    // playing, its sinks can answer a position query with the clock's raw time.
+    // A seek's target is the position until the pipeline has settled after it and its sinks answer
+    // within reach of the target: while it goes back to playing, they can answer a position query with
+    // the clock's raw time, and on a busy machine now and then even after the state change.
     std::optional<double> heldPosition;
+    bool settledAfterSeek = false;
+    std::chrono::steady_clock::time_point seekStarted;
     bool finished = false;
     double rate = 1.0;
     double volume = 1.0;
