@@ -50,10 +50,9 @@ protected:
         std::ifstream file(path);
         std::stringstream text;
         text << file.rdbuf();
-        JsonValue trace;
-        EXPECT_TRUE(TraceSummary::ParseJson(text.str(), trace, error)) << error;
+        EXPECT_TRUE(TraceSummary::ParseJson(text.str(), written, error)) << error;
         std::map<std::string, JsonValue> byName;
-        if (const JsonValue* events = trace.Find("traceEvents")) {
+        if (const JsonValue* events = written.Find("traceEvents")) {
             for (const JsonValue& event : events->items) {
                 byName[event.Find("name")->text] = event;
             }
@@ -65,6 +64,7 @@ protected:
 
     // One file per process: ctest may run this program's cases side by side.
     std::string path = ::testing::TempDir() + "velmora-trace-test-" + std::to_string(getpid()) + ".json";
+    JsonValue written;  // the whole file Written() read last
     VelmoraTest::LogCapture log;
     int backend = 0;
 };
@@ -95,6 +95,7 @@ TEST_F(TraceRecorderTest, WriteTrace_CallsFailuresAndSlots) {
     EXPECT_EQ(Arg(events["SeekCompleted"], "code"), BackendEvent::SeekCompleted);
     EXPECT_EQ(events["SeekCompleted"].Find("args")->Find("owner")->text, "Listener");
     EXPECT_EQ(events["fine"].Find("tid")->number, events["SeekCompleted"].Find("tid")->number);
+    EXPECT_EQ(written.Find("otherData")->Find("ring")->number, 64);
 }
 
 TEST_F(TraceRecorderTest, SlowCall_OncePerOperationAndBackEnd) {
