@@ -193,9 +193,9 @@ const Forwarder kForwarders[] = {
                 }, UVA_STATUS_OK, 2),
     OnBroadcast("stopRecording", [](auto& stack, Hook hook) { EXPECT_CALL(stack, StopRecording()).WillOnce(Then(hook, false)); },
                 [](Broadcast& broadcast) { return broadcast.stopRecording(); }, kNo, 2),
-    OnBroadcast("setPosition",  // the whole part travels
-                [](auto& stack, Hook hook) { EXPECT_CALL(stack, SetPosition(12, Broadcast::POSITION_FROM_START)).WillOnce(hook); },
-                [](Broadcast& broadcast) { return broadcast.setPosition(12.9, Broadcast::POSITION_FROM_START); }, UVA_STATUS_OK, 2),
+    OnBroadcast("setPosition",  // the whole part travels, toward zero
+                [](auto& stack, Hook hook) { EXPECT_CALL(stack, SetPosition(-1, Broadcast::POSITION_FROM_START)).WillOnce(hook); },
+                [](Broadcast& broadcast) { return broadcast.setPosition(-1.5, Broadcast::POSITION_FROM_START); }, UVA_STATUS_OK, 2),
     OnBroadcast("setPosition",  // of which only the low 32 bits
                 [](auto& stack, Hook hook) { EXPECT_CALL(stack, SetPosition(2, Broadcast::POSITION_FROM_CURRENT)).WillOnce(hook); },
                 [](Broadcast& broadcast) { return broadcast.setPosition(4294967298.7, Broadcast::POSITION_FROM_CURRENT); },
