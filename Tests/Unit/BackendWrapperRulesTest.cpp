@@ -294,7 +294,7 @@ const Translation kTranslations[] = {
     {&kMedia, "CancelDataRequests", New<Stack::CancelDataRequestsEvent>(12.5, 4), "CancelDataRequestsEvent 3 12.5 4"},
     {&kMedia, "DurationChanged", New<Stack::DurationChangedEvent>(61.5), "DurationChangedEvent 5 61.5"},
     {&kMedia, "VideoResized", New<Stack::VideoResizedEvent>(65535, 1080, 1.777), "VideoResizedEvent 6 65535 1080 1.777"},
-    {&kMedia, "DRMRightsError", New<Stack::DRMRightsErrorEvent>(3, "cid", "sys", nullptr), "DRMRightsErrorEvent 10 3 cid sys null"},
+    {&kMedia, "DRMRightsError", New<Stack::DRMRightsErrorEvent>(3, "cid", "sys", "url"), "DRMRightsErrorEvent 10 3 cid sys url"},
     {&kMedia, "ParentalRatingError", New<Stack::ParentalRatingErrorEvent>("cid", nullptr, 18), "ParentalRatingErrorEvent 11 cid 18 null"},
     {&kMedia, "ParentalRatingChange", New<Stack::ParentalRatingChangeEvent>(nullptr, "sys", 12), "ParentalRatingChangeEvent 12 null 12 sys"},
     {&kMedia, "BufferingStreamUnderrun", New<Stack::BufferingStreamUnderrunEvent>(40), "BufferingStreamUnderrunEvent 22 40"},

@@ -50,7 +50,10 @@ protected:
         std::ifstream file(path);
         std::stringstream text;
         text << file.rdbuf();
-        EXPECT_TRUE(TraceSummary::ParseJson(text.str(), written, error)) << error;
+        if (!TraceSummary::ParseJson(text.str(), written, error)) {
+            ADD_FAILURE() << "the trace is not JSON: " << error;
+            return {};
+        }
         std::map<std::string, JsonValue> byName;
         if (const JsonValue* events = written.Find("traceEvents")) {
             for (const JsonValue& event : events->items) {
@@ -74,7 +77,7 @@ TEST_F(TraceRecorderTest, WriteTrace_CallsFailuresAndSlots) {
     Guarded(
         kPolicy, [] { return UVA_STATUS_OK; }, &backend, "fine");
     Guarded(
-        kPolicy, []() -> UVA_STATUS { throw GenericErrorException("boom"); }, &backend, "broken");
+        kPolicy, []() -> UVA_STATUS { throw GenericErrorException("b\"o\\o\nm"); }, &backend, "broken");
     Listener listener;
     SlotGate gate;
     gate.Bind<&Listener::Hear> (&listener)(boost::make_shared<BackendEvent>(BackendEvent::SeekCompleted));
@@ -88,7 +91,7 @@ TEST_F(TraceRecorderTest, WriteTrace_CallsFailuresAndSlots) {
     EXPECT_EQ(events["fine"].Find("args")->Find("backend")->text, backendText);
     EXPECT_EQ(Arg(events["broken"], "status"), UVA_STATUS_ERROR);
     EXPECT_EQ(events["failure"].Find("args")->Find("operation")->text, "broken");
-    EXPECT_EQ(events["failure"].Find("args")->Find("text")->text, "boom");
+    EXPECT_EQ(events["failure"].Find("args")->Find("text")->text, "b\"o\\o\nm");
     EXPECT_EQ(Arg(events["failure"], "errorType"), 1);
     ASSERT_EQ(events.count("SeekCompleted"), 1u);
     EXPECT_EQ(listener.heard, 1);
