@@ -99,6 +99,13 @@ TEST_F(TraceRecorderTest, WriteTrace_CallsFailuresAndSlots) {
     EXPECT_EQ(events["SeekCompleted"].Find("args")->Find("owner")->text, "Listener");
     EXPECT_EQ(events["fine"].Find("tid")->number, events["SeekCompleted"].Find("tid")->number);
     EXPECT_EQ(written.Find("otherData")->Find("ring")->number, 64);
+
+    Quietly(kSite, "quiet", [] { throw 1; });
+    const JsonValue teardown = Written()["failure"];
+    ASSERT_NE(teardown.Find("args"), nullptr);
+    EXPECT_EQ(teardown.Find("args")->Find("operation")->text, "teardown");
+    EXPECT_EQ(Arg(teardown, "errorType"), -1);
+    EXPECT_EQ(teardown.Find("args")->Find("text")->text, "quiet");
 }
 
 TEST_F(TraceRecorderTest, SlowCall_OncePerOperationAndBackEnd) {

@@ -28,6 +28,7 @@ class RegistryTest : public VelmoraTest::LiveObjectsTest {
 protected:
     RegistryTest() : saved_(Velmora::uvaCallbacks), uva(new NiceMock<VelmoraTest::MockUva>) {
         layer = std::make_unique<IntegrationLayer>(uva);
+        startLines = Lines();
         log.Clear();
     }
 
@@ -46,11 +47,13 @@ protected:
     VelmoraTest::RecordingClient client;
     VelmoraTest::RecordingDrmClient drmClient;
     std::unique_ptr<IntegrationLayer> layer;
+    std::vector<Tlog::Record> startLines;  // what the library logged while its owner started it
 };
 
 // Active means created last, without falling back to an older one once that is released.
 TEST_F(RegistryTest, RequestBackend_ActiveUntilReleased) {
     EXPECT_EQ(layer->GetUvaImpl(), uva);
+    EXPECT_THAT(startLines, Contains(LogLine(2, "UvaWrapper _impl: " + Text(uva))));
     UVABackend* older = Request(UVABackend::TYPE_MEDIA);
     log.Clear();
     EXPECT_CALL(*uva, CreateBackend(1));
